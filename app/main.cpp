@@ -1,0 +1,2 @@
+// Placeholder until the run flow lands.
+int main() { return 0; }

@@ -1,0 +1,18 @@
+#!/bin/sh
+# Installs the Debian packages the build and the tests need, only when one is
+# missing (a minimal Debian 12 has no compiler, no cmake and no python3).
+set -e
+packages="cmake make g++ rapidjson-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-14 libclang-rt-14-dev"
+missing=""
+for p in $packages; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+[ -z "$missing" ] && exit 0
+if [ "$(id -u)" != 0 ]; then
+  echo "Missing Debian packages:$missing (run as root to install them)" >&2
+  exit 1
+fi
+echo "Installing:$missing"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -q
+apt-get install -y -q --no-install-recommends $missing
