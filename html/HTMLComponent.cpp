@@ -1,0 +1,15 @@
+#include "html/HTMLComponent.h"
+
+HTMLComponent::~HTMLComponent() = default;
+
+void HTMLComponent::add(HTMLComponent*) {}
+
+void HTMLComponent::addField(std::string, std::string) {}
+
+void HTMLComponent::setTitle(std::string) {}
+
+void HTMLComponent::addColumn(std::string) {}
+
+void HTMLComponent::addRow(ComponentStatus, std::vector<std::string>) {}
+
+void HTMLComponent::setStatus(ComponentStatusValue) {}

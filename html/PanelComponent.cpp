@@ -1,0 +1,19 @@
+#include "html/PanelComponent.h"
+
+void PanelComponent::addField(std::string name, std::string value) {
+  if (value.empty()) return;
+  fields_.emplace_back(std::move(name), std::move(value));
+}
+
+std::string PanelComponent::renderContent() {
+  std::string html = "\n      <div class=\"status-table panel-body\">";
+  for (const auto& field : fields_) {
+    html += "\n        <div class=\"row\">\n          <div class=\"title\">";
+    html += field.first;
+    html += "</div>\n          <div class=\"value\">";
+    html += field.second;
+    html += "</div>\n        </div>";
+  }
+  html += "\n      </div>";
+  return html;
+}

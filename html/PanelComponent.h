@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "html/HTMLComponent.h"
+
+// Label/value lines. A value that could not be read arrives empty and is left
+// out, so missing data simply disappears from the page.
+class PanelComponent : public HTMLComponent {
+ public:
+  PanelComponent() = default;
+
+  void addField(std::string name, std::string value) override;
+  std::string renderContent() override;
+
+ private:
+  std::vector<std::pair<std::string, std::string>> fields_;
+};
