@@ -1,0 +1,94 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// Runs the agent simulator (tools/agent-sim) as a child process under a fresh
+// temporary system root, so a test talks to a daemon that behaves like the
+// real one without touching /dev or /var.
+//
+// Construction creates the root, sets ZENTRIX_ROOT in this process (the
+// client's CSystemRoot then resolves /dev/omadsj etc. into it), starts the
+// simulator and waits (bounded) until its sockets accept connections.
+// Destruction stops the process (SIGTERM, then SIGKILL), reaps it, removes
+// the root and restores the previous ZENTRIX_ROOT.
+//
+//   AgentSimulator sim;                       // typical.json, recording on
+//   ... run the client ...
+//   EXPECT_EQ(sim.requests().size(), 3u);
+//   sim.control("fault split 3 20");         // runtime fault switch
+//   sim.control("event");                    // push one event frame
+//
+// The control commands are listed in tools/agent-sim/README.md.
+class AgentSimulator {
+ public:
+  struct Options {
+    // A name of tools/agent-sim/profiles ("typical", "empty", "degraded")
+    // or a path to a profile file (anything containing a '/').
+    std::string profile = "typical";
+    // Extra command-line arguments for agent-sim ("--event-interval", "200",
+    // "--fault", "close count=1", ...).
+    std::vector<std::string> args;
+    // Record every received request (see requests()).
+    bool record = true;
+    // Upper bound for every wait of the launcher (start, stop, control).
+    int timeoutMs = 10000;
+  };
+
+  AgentSimulator();
+  explicit AgentSimulator(Options options);
+  ~AgentSimulator();
+  AgentSimulator(const AgentSimulator&) = delete;
+  AgentSimulator& operator=(const AgentSimulator&) = delete;
+
+  // The temporary system root (also the value of ZENTRIX_ROOT).
+  const std::string& root() const { return root_; }
+  // root() + absolutePath.
+  std::string path(const std::string& absolutePath) const { return root_ + absolutePath; }
+  pid_t pid() const { return pid_; }
+
+  // True while the process lives and the daemon is "up" (pid file and
+  // sockets present, i.e. not stopped with stop()).
+  bool running() const;
+  // Daemon stop: the simulator removes its pid file and sockets and drops
+  // every connection, but the process (and its control channel) stays.
+  bool stop();
+  // Daemon start after stop(): pid file and sockets are created again.
+  bool start();
+  bool restart() { return stop() && start(); }
+
+  // Sends one control command; true when the simulator answered "ok".
+  bool control(const std::string& command);
+  // Sends one control command and returns the whole answer line (without
+  // the line end); empty when the control channel could not be reached.
+  std::string query(const std::string& command) const;
+
+  // Waits until at least `count` event channels are registered (a client
+  // that enabled events has sent its init command on /dev/omadaj).
+  bool waitForEventChannels(int count);
+  // Waits until at least `count` request lines have been recorded.
+  bool waitForRequests(size_t count);
+
+  // Recorded request texts, one per received frame, oldest first.
+  std::vector<std::string> requests() const;
+  void clearRequests();
+
+  // Ends the simulator process with `signal` and reaps it; the exit status
+  // (or 128 + signal) is returned, -1 when it did not end in time. Used to
+  // test the simulator's own clean-up; the destructor calls it as well.
+  int terminate(int signal = 15);
+
+ private:
+  bool launch();
+  bool waitUntil(bool (AgentSimulator::*condition)() const);
+  bool controlReachable() const;
+  std::string profilePath() const;
+
+  Options options_;
+  std::string root_;
+  std::string recordFile_;
+  pid_t pid_ = -1;
+  bool hadOldRoot_ = false;
+  std::string oldRoot_;
+};
