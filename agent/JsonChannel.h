@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+// Socket channel to the agent daemon: length-framed JSON texts over Unix
+// stream sockets. Every frame is a 4-byte host-order length counting the
+// text and its terminating NUL, then the text and the NUL.
+
+// Channel codes of the init-channel command.
+constexpr unsigned kJsonRequestChannel = 0x1100;
+constexpr unsigned kJsonEventChannel = 0x1200;
+// Operation code of the init-channel command.
+constexpr unsigned kInitChannelOpCode = 0xFFA0;
+// Size of the init-channel data block and the offset of the descriptor in it.
+constexpr size_t kInitBlockSize = 218;
+constexpr size_t kInitBlockNameSize = 65;
+constexpr size_t kInitBlockFdOffset = 65;
+// Timeout every caller passes to SendInitChannelCommand.
+constexpr unsigned kChannelTimeout = 30000;
+
+// Results of JsonSendRequest.
+enum : unsigned {
+  kJsonOk = 0,
+  kJsonNotReadable = 5,
+  kJsonReadFailed = 6,
+  kJsonNoMemory = 17,
+  kJsonNoChannel = 19,
+  kJsonWriteFailed = 22,
+};
+
+// Connected descriptor, -1 (socket not created) or -2 (connect failed).
+int OpenDevice(const char* path);
+
+// pollMask when fd shows all its bits; -3 bad fd, -4 zero timeout, -6 poll
+// error or hang-up, -9 error condition or incomplete mask, -15 time-out.
+int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec);
+
+// One request/reply exchange; `timeout` in seconds (0 means 30000).
+unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout);
+
+// Registers a freshly opened channel with the daemon. False only when memory
+// ran out; any other failure shows later, when the channel is used.
+bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode, unsigned timeout);
+
+// The 218-byte init block for a client name and descriptor.
+std::string BuildInitChannelBlock(const char* clientName, int fd);
+
+int JsonAttach(const char* path, const char* clientName);
+void JsonDetach(int fd, const char* path);
+
+// Event channel on /dev/omadaj.
+int JsonRegisterForEvents(const char* clientName);
+void CloseEventChannel(int fd);
+void JsonUnregisterForEvents(int fd);
+int ReOpenEventChannel(const char* clientName, int oldFd);
