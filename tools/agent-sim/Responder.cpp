@@ -1,0 +1,117 @@
+#include "Responder.h"
+
+#include <vector>
+
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace agentsim {
+
+namespace {
+
+using rapidjson::Document;
+using rapidjson::Value;
+
+constexpr size_t kInitBlockSize = 218;
+constexpr size_t kClientNameSize = 65;
+
+// Command members the client writes are unsigned numbers; anything else
+// reads as absent, like the client's own getter.
+uint32_t Member(const Value& command, const char* name, uint32_t fallback = 0) {
+  auto member = command.FindMember(name);
+  if (member == command.MemberEnd() || !member->value.IsUint64()) return fallback;
+  return static_cast<uint32_t>(member->value.GetUint64());
+}
+
+std::vector<uint8_t> InitReplyBlock(const Value& command, int channelFd) {
+  std::vector<uint8_t> block(kInitBlockSize, 0);
+  // Echo the client's name, then our own descriptor at offset 65.
+  auto data = command.FindMember("DA");
+  if (data != command.MemberEnd() && data->value.IsObject() && data->value.HasMember("RAW") &&
+      data->value["RAW"].IsArray()) {
+    const Value& raw = data->value["RAW"];
+    for (rapidjson::SizeType i = 0; i < raw.Size() && i < kClientNameSize; ++i)
+      if (raw[i].IsUint()) block[i] = static_cast<uint8_t>(raw[i].GetUint());
+  }
+  uint32_t fd = static_cast<uint32_t>(channelFd);
+  for (int i = 0; i < 4; ++i) block[kClientNameSize + i] = static_cast<uint8_t>(fd >> (8 * i));
+  return block;
+}
+
+void SetReply(Value& command, unsigned status, const std::string& dataJson, Document::AllocatorType& allocator) {
+  command.AddMember("ST", status, allocator);
+  if (dataJson.empty()) return;
+  Document data(&allocator);
+  data.Parse(dataJson.c_str());
+  if (data.HasParseError()) return;  // the store only holds JSON it wrote or parsed
+  Value copy(data, allocator);
+  command.AddMember("DA", copy, allocator);
+}
+
+}  // namespace
+
+Outcome Responder::Respond(const std::string& requestText, int channelFd) {
+  Outcome outcome;
+  Document document;
+  document.Parse(requestText.c_str());
+  auto& allocator = document.GetAllocator();
+
+  bool wellFormed = !document.HasParseError() && document.IsObject() && document.HasMember("SIP") &&
+                    document["SIP"].IsObject() && document["SIP"].HasMember("CMD") &&
+                    document["SIP"]["CMD"].IsArray();
+  if (!wellFormed) {
+    // Nothing addressable: answer with an empty command list.
+    outcome.reply = "{\"SIP\":{\"V\":1,\"CMD\":[]}}";
+    return outcome;
+  }
+
+  // The daemon answers in its own protocol version whatever the client sent.
+  Value& sip = document["SIP"];
+  if (sip.HasMember("V")) sip["V"].SetUint(1);
+  else sip.AddMember("V", 1u, allocator);
+  Value& commands = sip["CMD"];
+  for (Value& command : commands.GetArray()) {
+    if (!command.IsObject()) continue;
+    Address at{Member(command, "OC"), Member(command, "OE"), Member(command, "OI")};
+    std::string initBlock;
+    if (at.oc == kInitChannelOc) {
+      initBlock = ValueStore::JsonRaw(InitReplyBlock(command, channelFd));
+      if (at.oe == kEventChannelCode) outcome.registersEventChannel = true;
+    }
+    command.RemoveMember("ST");
+    command.RemoveMember("DA");
+
+    if (at.oc == kInitChannelOc) {
+      SetReply(command, 0, initBlock, allocator);
+      continue;
+    }
+    // A client that lost its cabinet number would address another machine.
+    auto cabinet = command.FindMember("CA");
+    if (cabinet != command.MemberEnd() && (!cabinet->value.IsUint() || cabinet->value.GetUint() != profile_.cabinet)) {
+      SetReply(command, profile_.unknownStatus, "", allocator);
+      continue;
+    }
+    const AgentValue* value = profile_.values.Find(at);
+    if (at.oc == kStatusResetOc) {
+      // Accepted unless the profile overrides the reply with an error.
+      unsigned status = value ? value->status : 0;
+      SetReply(command, status, value ? value->data : "1", allocator);
+      if (status == 0) {
+        profile_.values.ReplaceNumbers(kDrvMonStatusOc, {2, 3}, 1);
+        outcome.clearedStatus = true;
+      }
+      continue;
+    }
+    if (value) SetReply(command, value->status, value->data, allocator);
+    else SetReply(command, profile_.unknownStatus, "", allocator);
+  }
+
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  document.Accept(writer);
+  outcome.reply = buffer.GetString();
+  return outcome;
+}
+
+}  // namespace agentsim

@@ -1,0 +1,524 @@
+#include "Server.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include <rapidjson/document.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace agentsim {
+
+namespace {
+
+constexpr const char* kDaemonBinary = "/usr/sbin/omad";
+constexpr const char* kPidFile = "/var/run/omad.pid";
+constexpr const char* kClassicSocket = "/dev/omads";
+constexpr const char* kRequestSocket = "/dev/omadsj";
+constexpr const char* kEventSocket = "/dev/omadaj";
+
+// Signals arrive through a pipe so the poll loop handles them in order with
+// everything else.
+int g_signalPipe[2] = {-1, -1};
+
+void OnSignal(int signal) {
+  int saved = errno;
+  unsigned char byte = static_cast<unsigned char>(signal);
+  ssize_t ignored = write(g_signalPipe[1], &byte, 1);
+  (void)ignored;
+  errno = saved;
+}
+
+bool MakeParents(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+  return !error;
+}
+
+bool WriteFile(const std::string& path, const std::string& content, mode_t mode) {
+  if (!MakeParents(path)) return false;
+  FILE* file = std::fopen(path.c_str(), "w");
+  if (!file) return false;
+  bool ok = std::fputs(content.c_str(), file) >= 0;
+  ok = std::fclose(file) == 0 && ok;
+  return ok && chmod(path.c_str(), mode) == 0;
+}
+
+std::vector<std::string> Words(const std::string& line) {
+  std::istringstream in(line);
+  std::vector<std::string> words;
+  for (std::string word; in >> word;) words.push_back(word);
+  return words;
+}
+
+// The rest of `line` after its first `count` words.
+std::string Rest(const std::string& line, size_t count) {
+  size_t at = 0;
+  for (size_t i = 0; i < count; ++i) {
+    at = line.find_first_not_of(" \t", at);
+    if (at == std::string::npos) return "";
+    at = line.find_first_of(" \t", at);
+    if (at == std::string::npos) return "";
+  }
+  at = line.find_first_not_of(" \t", at);
+  return at == std::string::npos ? "" : line.substr(at);
+}
+
+}  // namespace
+
+Server::Server(Profile profile, ServerOptions options)
+    : profile_(std::move(profile)), responder_(profile_), options_(std::move(options)) {}
+
+Server::~Server() {
+  for (auto& connection : connections_) close(connection->fd);
+  if (record_) std::fclose(record_);
+}
+
+void Server::Log(const std::string& text) const {
+  if (options_.verbose) std::fprintf(stderr, "agent-sim: %s\n", text.c_str());
+}
+
+bool Server::Listen(const std::string& path, int& fd) {
+  sockaddr_un address{};
+  if (path.size() >= sizeof(address.sun_path)) {
+    std::fprintf(stderr, "agent-sim: socket path too long: %s\n", path.c_str());
+    return false;
+  }
+  MakeParents(path);
+  unlink(path.c_str());  // a stale socket of an earlier run
+  fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (fd < 0) return false;
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || listen(fd, 64) != 0) {
+    std::fprintf(stderr, "agent-sim: cannot listen on %s: %s\n", path.c_str(), std::strerror(errno));
+    close(fd);
+    fd = -1;
+    return false;
+  }
+  return true;
+}
+
+void Server::CloseListener(int& fd, const std::string& path) {
+  if (fd < 0) return;
+  close(fd);
+  fd = -1;
+  unlink(path.c_str());
+}
+
+bool Server::Install() {
+  // Only its existence matters to clients; make it harmless if run.
+  installed_ = WriteFile(PathOf(kDaemonBinary), "#!/bin/sh\n# agent simulator placeholder\nexit 0\n", 0755);
+  return installed_;
+}
+
+void Server::Uninstall() {
+  unlink(PathOf(kDaemonBinary).c_str());
+  installed_ = false;
+}
+
+bool Server::Up(bool withPidFile) {
+  if (!up_) {
+    if (!Listen(PathOf(kClassicSocket), classicFd_) || !Listen(PathOf(kRequestSocket), requestFd_) ||
+        !Listen(PathOf(kEventSocket), eventFd_)) {
+      Down();
+      return false;
+    }
+    up_ = true;
+    nextTimedEvent_ = Clock::now() + std::chrono::milliseconds(options_.eventIntervalMs);
+  }
+  // The pid file last: clients take it as "the daemon runs".
+  if (withPidFile && !WriteFile(PathOf(kPidFile), std::to_string(getpid()) + "\n", 0644)) {
+    std::fprintf(stderr, "agent-sim: cannot write %s\n", PathOf(kPidFile).c_str());
+    return false;
+  }
+  return true;
+}
+
+void Server::Down(bool keepPidFile) {
+  if (!keepPidFile) unlink(PathOf(kPidFile).c_str());
+  CloseListener(classicFd_, PathOf(kClassicSocket));
+  CloseListener(requestFd_, PathOf(kRequestSocket));
+  CloseListener(eventFd_, PathOf(kEventSocket));
+  // A stopped daemon drops every client.
+  for (auto& connection : connections_)
+    if (connection->channel != Channel::kControl) connection->dead = true;
+  up_ = false;
+}
+
+void Server::Accept(int listenFd, Channel channel) {
+  for (;;) {
+    int fd = accept4(listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) return;
+    auto connection = std::make_unique<Connection>();
+    connection->fd = fd;
+    connection->channel = channel;
+    connections_.push_back(std::move(connection));
+    Log("accepted fd " + std::to_string(fd));
+  }
+}
+
+void Server::Read(Connection& connection) {
+  char buffer[65536];
+  for (;;) {
+    ssize_t got = read(connection.fd, buffer, sizeof(buffer));
+    if (got == 0) {
+      connection.dead = true;
+      return;
+    }
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      if (errno != EAGAIN && errno != EWOULDBLOCK) connection.dead = true;
+      return;
+    }
+    if (connection.channel == Channel::kClassic) continue;  // only ever probed
+    if (connection.channel == Channel::kControl) {
+      connection.lines.append(buffer, got);
+      size_t end;
+      while (!connection.dead && (end = connection.lines.find('\n')) != std::string::npos) {
+        std::string line = connection.lines.substr(0, end);
+        connection.lines.erase(0, end + 1);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        HandleControlLine(connection, line);
+      }
+      continue;
+    }
+    connection.reader.Append(buffer, got);
+    std::string text;
+    for (;;) {
+      FrameReader::Result result = connection.reader.Next(text);
+      if (result == FrameReader::Result::kNeedMore) break;
+      if (result == FrameReader::Result::kTooLarge) {
+        Log("oversized frame, dropping fd " + std::to_string(connection.fd));
+        connection.dead = true;
+        return;
+      }
+      HandleFrame(connection, text);
+      if (connection.dead) return;
+    }
+  }
+}
+
+void Server::HandleFrame(Connection& connection, const std::string& text) {
+  ++requests_;
+  if (record_) {
+    std::fprintf(record_, "%s\n", text.c_str());
+    std::fflush(record_);
+  }
+  Log("request: " + text);
+  Outcome outcome = responder_.Respond(text, connection.fd);
+  if (outcome.registersEventChannel && connection.channel == Channel::kEvent) connection.eventRegistered = true;
+  if (outcome.clearedStatus) ++clears_;
+
+  uint32_t oc = 0;
+  rapidjson::Document request;
+  request.Parse(text.c_str());
+  if (!request.HasParseError() && request.IsObject() && request.HasMember("SIP") && request["SIP"].IsObject() &&
+      request["SIP"].HasMember("CMD") && request["SIP"]["CMD"].IsArray() && !request["SIP"]["CMD"].Empty() &&
+      request["SIP"]["CMD"][0].IsObject() && request["SIP"]["CMD"][0].HasMember("OC") &&
+      request["SIP"]["CMD"][0]["OC"].IsUint())
+    oc = request["SIP"]["CMD"][0]["OC"].GetUint();
+
+  Fault none;
+  const Fault& fault = options_.fault.Applies(oc) ? options_.fault : none;
+  if (&fault == &options_.fault && options_.fault.remaining > 0) --options_.fault.remaining;
+  Log("reply: " + outcome.reply);
+  Enqueue(connection, ShapeReply(outcome.reply, fault, options_.delayMs));
+}
+
+void Server::Enqueue(Connection& connection, const std::vector<Piece>& pieces) {
+  Clock::time_point due = std::max(Clock::now(), connection.lastDue);
+  for (const Piece& piece : pieces) {
+    due += std::chrono::milliseconds(piece.waitMs);
+    connection.queue.push_back(Outgoing{piece.bytes, due, piece.closeAfter, 0});
+  }
+  connection.lastDue = due;
+  Flush(connection);
+}
+
+void Server::Flush(Connection& connection) {
+  Clock::time_point now = Clock::now();
+  while (!connection.dead && !connection.queue.empty() && connection.queue.front().due <= now) {
+    Outgoing& out = connection.queue.front();
+    while (out.written < out.bytes.size()) {
+      ssize_t sent = send(connection.fd, out.bytes.data() + out.written, out.bytes.size() - out.written, MSG_NOSIGNAL);
+      if (sent < 0 && errno == EINTR) continue;
+      if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;  // POLLOUT resumes
+      if (sent <= 0) {
+        connection.dead = true;
+        return;
+      }
+      out.written += sent;
+    }
+    if (out.closeAfter) connection.dead = true;
+    connection.queue.pop_front();
+  }
+}
+
+int Server::PushEvent(const std::string& text) {
+  ++eventsPushed_;
+  return PushRaw(EncodeFrame(text));
+}
+
+int Server::PushRaw(const std::string& bytes) {
+  int count = 0;
+  for (auto& connection : connections_) {
+    if (connection->dead || !connection->eventRegistered) continue;
+    Enqueue(*connection, {Piece{bytes, 0, false}});
+    ++count;
+  }
+  return count;
+}
+
+int Server::CloseEventChannels() {
+  int count = 0;
+  for (auto& connection : connections_)
+    if (!connection->dead && connection->eventRegistered) {
+      connection->dead = true;
+      ++count;
+    }
+  return count;
+}
+
+std::string Server::NextProfileEvent() {
+  if (profile_.events.empty())
+    // A change of the environment's overall status: harmless for any client.
+    return "{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":8961,\"CA\":" + std::to_string(profile_.cabinet) +
+           ",\"ST\":0,\"DA\":1}]}}";
+  std::string text = profile_.events[nextEvent_ % profile_.events.size()];
+  ++nextEvent_;
+  return text;
+}
+
+std::string Server::Status() const {
+  int connections = 0, channels = 0;
+  for (auto& connection : connections_) {
+    if (connection->dead || connection->channel == Channel::kControl) continue;
+    ++connections;
+    if (connection->eventRegistered) ++channels;
+  }
+  return "up=" + std::to_string(up_) + " installed=" + std::to_string(installed_) +
+         " connections=" + std::to_string(connections) + " event-channels=" + std::to_string(channels) +
+         " requests=" + std::to_string(requests_) + " clears=" + std::to_string(clears_) +
+         " events=" + std::to_string(eventsPushed_) + " delay=" + std::to_string(options_.delayMs) +
+         " event-interval=" + std::to_string(options_.eventIntervalMs) + " fault=" + DescribeFault(options_.fault);
+}
+
+void Server::HandleControlLine(Connection& connection, const std::string& line) {
+  std::string answer = Control(line);
+  Log("control: " + line + " -> " + answer);
+  Enqueue(connection, {Piece{answer + "\n", 0, false}});
+}
+
+std::string Server::Control(const std::string& line) {
+  std::vector<std::string> words = Words(line);
+  if (words.empty()) return "error empty command";
+  const std::string& command = words[0];
+  auto number = [&](size_t index, unsigned& out) {
+    uint32_t value = 0;
+    if (words.size() <= index || !ParseUnsigned(words[index], value)) return false;
+    out = value;
+    return true;
+  };
+
+  if (command == "status") return "ok " + Status();
+  if (command == "quit") {
+    quit_ = true;
+    return "ok";
+  }
+  if (command == "fault") {
+    std::string error;
+    std::string spec = Rest(line, 1);
+    if (words.size() >= 2 && words[1] == "delay") {
+      if (!number(2, options_.delayMs)) return "error delay needs milliseconds";
+      return "ok";
+    }
+    if (!ParseFault(spec, options_.fault, error)) return "error " + error;
+    if (options_.fault.kind == FaultKind::kNone) options_.delayMs = 0;  // "none" clears every fault
+    return "ok " + DescribeFault(options_.fault);
+  }
+  if (command == "delay") return number(1, options_.delayMs) ? "ok" : "error delay needs milliseconds";
+  if (command == "stop") {
+    Down();
+    return "ok";
+  }
+  if (command == "stop-sockets") {
+    Down(true);
+    return "ok";
+  }
+  if (command == "start") return Up() ? "ok" : "error cannot create sockets";
+  if (command == "restart") {
+    Down();
+    return Up() ? "ok" : "error cannot create sockets";
+  }
+  if (command == "uninstall") {
+    Uninstall();
+    return "ok";
+  }
+  if (command == "install") return Install() ? "ok" : "error cannot write daemon binary";
+  if (command == "event-interval") {
+    if (!number(1, options_.eventIntervalMs)) return "error event-interval needs milliseconds";
+    nextTimedEvent_ = Clock::now() + std::chrono::milliseconds(options_.eventIntervalMs);
+    return "ok";
+  }
+  if (command == "event") {
+    std::string json = Rest(line, 1);
+    if (json.empty()) return "ok sent=" + std::to_string(PushEvent(NextProfileEvent()));
+    rapidjson::Document document;
+    document.Parse(json.c_str());
+    if (document.HasParseError() || !document.IsObject()) return "error event needs a JSON object";
+    if (!document.HasMember("SIP")) json = "{\"SIP\":{\"V\":1,\"CMD\":[" + json + "]}}";
+    return "ok sent=" + std::to_string(PushEvent(json));
+  }
+  if (command == "event-text") return "ok sent=" + std::to_string(PushEvent(Rest(line, 1)));
+  if (command == "event-raw-zero") return "ok sent=" + std::to_string(PushRaw(EncodeLength(0)));
+  if (command == "event-raw-truncated") {
+    // The length promises the whole frame, only half of it ever comes.
+    std::string frame = EncodeFrame(NextProfileEvent());
+    return "ok sent=" + std::to_string(PushRaw(frame.substr(0, frame.size() / 2)));
+  }
+  if (command == "event-raw-garbage") return "ok sent=" + std::to_string(PushEvent("{\"SIP\":{\"V\":1,\"CMD\":["));
+  if (command == "event-close") return "ok closed=" + std::to_string(CloseEventChannels());
+  if (command == "set" || command == "unset") {
+    Address at;
+    if (!number(1, at.oc) || !number(2, at.oe) || !number(3, at.oi)) return "error " + command + " needs OC OE OI";
+    if (command == "unset") {
+      profile_.values.Erase(at);
+      return "ok";
+    }
+    rapidjson::Document value;
+    std::string json = Rest(line, 4);
+    value.Parse(json.c_str());
+    if (value.HasParseError() || !value.IsObject()) return "error set needs {\"ST\":..,\"DA\":..}";
+    unsigned status = 0;
+    if (value.HasMember("ST")) {
+      if (!value["ST"].IsUint()) return "error ST must be a number";
+      status = value["ST"].GetUint();
+    }
+    std::string data;
+    if (value.HasMember("DA")) {
+      // Keep the member's text exactly as JSON, whatever its type.
+      rapidjson::Document copy;
+      copy.CopyFrom(value["DA"], copy.GetAllocator());
+      rapidjson::StringBuffer buffer;
+      rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+      copy.Accept(writer);
+      data = buffer.GetString();
+    }
+    profile_.values.Set(at, status, data);
+    return "ok";
+  }
+  return "error unknown command \"" + command + "\"";
+}
+
+void Server::HandleSignals() {
+  unsigned char signals[64];
+  ssize_t got = read(g_signalPipe[0], signals, sizeof(signals));
+  for (ssize_t i = 0; i < got; ++i) {
+    if (signals[i] == SIGUSR1) {
+      if (up_) PushEvent(NextProfileEvent());
+    } else {
+      quit_ = true;
+    }
+  }
+}
+
+int Server::PollTimeout() const {
+  Clock::time_point now = Clock::now();
+  Clock::time_point next = Clock::time_point::max();
+  for (auto& connection : connections_)
+    // Writes already due wait for POLLOUT, not for the clock.
+    if (!connection->queue.empty() && connection->queue.front().due > now)
+      next = std::min(next, connection->queue.front().due);
+  if (up_ && options_.eventIntervalMs > 0) next = std::min(next, nextTimedEvent_);
+  if (next == Clock::time_point::max()) return -1;
+  if (next <= now) return 0;
+  auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - now).count() + 1;
+  return static_cast<int>(std::min<long long>(wait, 60000));
+}
+
+int Server::Run() {
+  if (pipe2(g_signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) return 3;
+  struct sigaction action {};
+  action.sa_handler = OnSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaction(signal, &action, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  if (!options_.recordFile.empty()) {
+    record_ = std::fopen(options_.recordFile.c_str(), "a");
+    if (!record_) std::fprintf(stderr, "agent-sim: cannot open record file %s\n", options_.recordFile.c_str());
+  }
+  int status = 0;
+  if (!Listen(PathOf(kControlPath), controlFd_) || !Install() || !Up()) status = 3;
+
+  while (status == 0 && !quit_) {
+    std::vector<pollfd> fds;
+    fds.push_back({g_signalPipe[0], POLLIN, 0});
+    fds.push_back({controlFd_, POLLIN, 0});
+    fds.push_back({classicFd_, POLLIN, 0});
+    fds.push_back({requestFd_, POLLIN, 0});
+    fds.push_back({eventFd_, POLLIN, 0});
+    size_t firstConnection = fds.size();
+    Clock::time_point now = Clock::now();
+    for (auto& connection : connections_) {
+      short events = POLLIN;
+      // A due write still queued means the socket was full.
+      if (!connection->queue.empty() && connection->queue.front().due <= now) events |= POLLOUT;
+      fds.push_back({connection->fd, events, 0});
+    }
+    int ready = poll(fds.data(), fds.size(), PollTimeout());
+    if (ready < 0 && errno != EINTR) {
+      std::fprintf(stderr, "agent-sim: poll failed: %s\n", std::strerror(errno));
+      status = 3;
+      break;
+    }
+    if (ready > 0) {
+      if (fds[0].revents) HandleSignals();
+      if (fds[1].revents) Accept(controlFd_, Channel::kControl);
+      if (fds[2].revents && classicFd_ >= 0) Accept(classicFd_, Channel::kClassic);
+      if (fds[3].revents && requestFd_ >= 0) Accept(requestFd_, Channel::kRequest);
+      if (fds[4].revents && eventFd_ >= 0) Accept(eventFd_, Channel::kEvent);
+      // Only the connections polled this round; accepted ones come next time.
+      for (size_t i = firstConnection; i < fds.size(); ++i) {
+        Connection& connection = *connections_[i - firstConnection];
+        if (connection.dead) continue;
+        if (fds[i].revents & (POLLIN | POLLHUP | POLLERR)) Read(connection);
+      }
+    }
+    for (auto& connection : connections_) Flush(*connection);
+    if (up_ && options_.eventIntervalMs > 0 && Clock::now() >= nextTimedEvent_) {
+      PushEvent(NextProfileEvent());
+      nextTimedEvent_ = Clock::now() + std::chrono::milliseconds(options_.eventIntervalMs);
+    }
+    for (auto& connection : connections_)
+      if (connection->dead) {
+        close(connection->fd);
+        connection->fd = -1;
+      }
+    connections_.erase(std::remove_if(connections_.begin(), connections_.end(),
+                                      [](const std::unique_ptr<Connection>& c) { return c->fd < 0; }),
+                       connections_.end());
+  }
+
+  Down();
+  Uninstall();
+  CloseListener(controlFd_, PathOf(kControlPath));
+  for (auto& connection : connections_) close(connection->fd);
+  connections_.clear();
+  return status;
+}
+
+}  // namespace agentsim

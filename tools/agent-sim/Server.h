@@ -1,0 +1,103 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Fault.h"
+#include "Frame.h"
+#include "Profile.h"
+#include "Responder.h"
+
+namespace agentsim {
+
+struct ServerOptions {
+  std::string root;          // system root; every path below is put under it
+  std::string recordFile;    // empty: no recording
+  unsigned eventIntervalMs = 0;
+  unsigned delayMs = 0;
+  Fault fault;
+  bool verbose = false;
+};
+
+// The simulated daemon: one poll loop that serves the three agent sockets,
+// the control channel and the signal pipe. Delays and split replies are
+// timed writes in that loop, so one slow reply never holds up other clients.
+class Server {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  Server(Profile profile, ServerOptions options);
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  // Creates the files and sockets and serves until SIGTERM, SIGINT or the
+  // control command "quit"; removes everything it created. Returns the exit
+  // status (0, or 3 when the sockets could not be set up).
+  int Run();
+
+  // Control channel location below the root.
+  static constexpr const char* kControlPath = "/run/agent-sim.ctl";
+
+ private:
+  enum class Channel { kClassic, kRequest, kEvent, kControl };
+  struct Outgoing {
+    std::string bytes;
+    Clock::time_point due;
+    bool closeAfter = false;
+    size_t written = 0;
+  };
+  struct Connection {
+    int fd = -1;
+    Channel channel = Channel::kRequest;
+    FrameReader reader;
+    std::string lines;  // control channel input
+    std::deque<Outgoing> queue;
+    Clock::time_point lastDue{};
+    bool eventRegistered = false;
+    bool dead = false;
+  };
+
+  std::string PathOf(const char* absolute) const { return options_.root + absolute; }
+  bool Install();
+  void Uninstall();
+  bool Up(bool withPidFile = true);
+  void Down(bool keepPidFile = false);
+  bool Listen(const std::string& path, int& fd);
+  void CloseListener(int& fd, const std::string& path);
+
+  void Accept(int listenFd, Channel channel);
+  void Read(Connection& connection);
+  void Flush(Connection& connection);
+  void Enqueue(Connection& connection, const std::vector<Piece>& pieces);
+  void HandleFrame(Connection& connection, const std::string& text);
+  void HandleControlLine(Connection& connection, const std::string& line);
+  std::string Control(const std::string& line);
+  void HandleSignals();
+
+  int PushEvent(const std::string& text);
+  int PushRaw(const std::string& bytes);
+  int CloseEventChannels();
+  std::string NextProfileEvent();
+  std::string Status() const;
+  void Log(const std::string& text) const;
+  int PollTimeout() const;
+
+  Profile profile_;
+  Responder responder_;
+  ServerOptions options_;
+  std::vector<std::unique_ptr<Connection>> connections_;
+  int classicFd_ = -1, requestFd_ = -1, eventFd_ = -1, controlFd_ = -1;
+  bool up_ = false;
+  bool installed_ = false;
+  bool quit_ = false;
+  FILE* record_ = nullptr;
+  size_t nextEvent_ = 0;
+  Clock::time_point nextTimedEvent_{};
+  unsigned long requests_ = 0, clears_ = 0, eventsPushed_ = 0;
+};
+
+}  // namespace agentsim
