@@ -1,0 +1,400 @@
+// Event side of CSwitchClient: the event channel, the event thread that
+// reads it, and the handler map the thread calls.
+#include <errno.h>
+#include <pthread.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "agent/CSwitchClient.h"
+#include "agent/JsonChannel.h"
+#include "agent/SipJson.h"
+#include "runtime/CDebug.h"
+#include "runtime/CThread.h"
+
+namespace {
+
+// Written into the termination pipe to wake the event thread.
+constexpr char kWakeMessage[4] = {'W', 'A', 'K', 'E'};
+constexpr const char* kEventThreadName = "Thread_EventMain";
+
+// Start values of the event thread: SCHED_RR priority (only effective where
+// the scheduling is not inherited), not suspended, 1 MiB of stack, joinable.
+constexpr unsigned kEventThreadPriority = 63;
+constexpr unsigned long kEventThreadStack = 0x100000;
+
+// How long JsonDisableEvents waits for the thread: 10 times 500 ms, framed
+// by two 30 ms pauses.
+constexpr int kStopPolls = 10;
+constexpr useconds_t kStopPollUsec = 500000;
+constexpr useconds_t kStopPauseUsec = 30000;
+
+// Passes and pause of reading one event's payload.
+constexpr int kReadPasses = 10;
+constexpr unsigned kReadPauseSec = 1;
+
+// A length word beyond this cannot be a real event; the stream is out of
+// step, so the channel is reopened instead of allocating it.
+constexpr size_t kMaxEventLength = 16u * 1024u * 1024u;
+
+unsigned SelfId() { return static_cast<unsigned>(pthread_self()); }
+
+void CloseFd(int& fd) {
+  if (fd >= 0) close(fd);
+  fd = -1;
+}
+
+// Reads exactly `size` bytes unless the peer closes or fails first; returns
+// the number of bytes read, or -1 on an error.
+ssize_t ReadFully(int fd, char* buffer, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    ssize_t n = read(fd, buffer + done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : -1;
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+}  // namespace
+
+void CSwitchClient::ThreadDeleter::operator()(CThread* thread) const noexcept { delete thread; }
+
+bool CSwitchClient::EnableEvents(bool enable, bool) {
+  if (!enable) return JsonDisableEvents();
+
+  if (m_EventsEnabled.load()) {
+    g_Debug.Print(3, "JsonEnableEvents: -> events already enabled -> ignored!\n");
+    return true;
+  }
+
+  int pipeFds[2];
+  if (pipe(pipeFds) != 0) {
+    g_Debug.Print(1, "JsonEnableEvents: ## ERROR: Cannot create pipe for termination thread\n");
+    return false;
+  }
+  m_PipeReadFd = pipeFds[0];
+  m_PipeWriteFd = pipeFds[1];
+  g_Debug.Print(4, "JsonEnableEvents:   pipe [%d,%d] for termination-thread created\n", m_PipeReadFd, m_PipeWriteFd);
+
+  // The thread keeps its own copy: it must not take the client mutex.
+  m_EventClientName = GetApplicationName();
+  int fd = JsonRegisterForEvents(m_EventClientName.c_str());
+  if (fd < 0) {
+    g_Debug.Print(1, "JsonEnableEvents: WARNING: cannot register thread for events\n");
+    CloseFd(m_PipeReadFd);
+    CloseFd(m_PipeWriteFd);
+    return false;
+  }
+  m_FdEventChannel = fd;
+  g_Debug.Print(4, "JsonEnableEvents:   thread for events registered on m_FdEventChannel=%d\n", m_FdEventChannel);
+  g_Debug.Print(4, "JsonEnableEvents:   start event thread \"%s\"...", kEventThreadName);
+
+  if (!m_EventThread) m_EventThread.reset(new CThread());
+  // Set before the start as well, so that a disable right after this call
+  // cannot miss a thread that has not been scheduled yet.
+  m_ThreadRunning.store(true);
+  if (!m_EventThread->Start(&CSwitchClient::Thread_EventMain, this, kEventThreadPriority, false, kEventThreadStack, 0,
+                            true)) {
+    m_ThreadRunning.store(false);
+    g_Debug.Print(1, "JsonEnableEvents: WARNING: cannot start thread for events (Modulename=%s, Details=%s started\n",
+                  kEventThreadName, m_EventClientName.c_str());
+    CloseFd(m_PipeReadFd);
+    CloseFd(m_PipeWriteFd);
+    CloseEventChannel(m_FdEventChannel);
+    m_FdEventChannel = -1;
+    return false;
+  }
+  g_Debug.Print(4, "JsonEnableEvents:   thread for events (Modulename=%s, Details=%s started\n", kEventThreadName,
+                m_EventClientName.c_str());
+  g_Debug.Print(3, "JsonEnableEvents: events enabled\n");
+  m_EventsEnabled.store(true);
+  return true;
+}
+
+bool CSwitchClient::JsonDisableEvents() {
+  g_Debug.Print(3, "JsonDisableEvents: we are going to disable events for this instance ...\n");
+  if (!m_EventsEnabled.load()) {
+    g_Debug.Print(3, "JsonDisableEvents: -> events already disabled -> ignored\n");
+    return true;
+  }
+
+  g_Debug.Print(1, "WakeupThread_EventMain: wakeup WakeupThread_EventMain for termination on pipe[%d,%d]\n",
+                m_PipeReadFd, m_PipeWriteFd);
+  if (m_PipeWriteFd >= 0) {
+    ssize_t n;
+    do {
+      n = write(m_PipeWriteFd, kWakeMessage, sizeof kWakeMessage);
+    } while (n < 0 && errno == EINTR);
+  }
+  usleep(kStopPauseUsec);
+
+  // A handler that disables events runs on the event thread itself, which
+  // cannot end while it waits here.
+  const bool onEventThread = m_EventThread && m_EventThread->GetThreadId() != 0 &&
+                             pthread_equal(m_EventThread->GetThreadId(), pthread_self());
+  for (int i = 0; i < kStopPolls && !onEventThread && m_ThreadRunning.load(); ++i) {
+    g_Debug.Print(3, "JsonDisableEvents:   retry and wait for event thread terminated...\n");
+    usleep(kStopPollUsec);
+  }
+  usleep(kStopPauseUsec);
+  // The thread has left the loop and only returns now: reap it.
+  if (!onEventThread && !m_ThreadRunning.load() && m_EventThread && m_EventThread->GetThreadId() != 0)
+    m_EventThread->WaitForTermination();
+
+  g_Debug.Print(4, "JsonDisableEvents: unregister for events\n");
+  JsonUnregisterForEvents(m_FdEventChannel);
+  m_FdEventChannel = -1;
+
+  g_Debug.Print(4, "JsonDisableEvents: close pipe\n");
+  CloseFd(m_PipeReadFd);
+  CloseFd(m_PipeWriteFd);
+
+  g_Debug.Print(3, "JsonDisableEvents: events disabled\n");
+  m_EventsEnabled.store(false);
+  return true;
+}
+
+bool CSwitchClient::RegisterEventHandler(EventHandler handler, void* context) {
+  if (handler == nullptr) return false;
+  LockCallbackMap();
+  m_CallbackMap[handler] = context;  // a handler registered again gets the new context
+  UnlockCallbackMap();
+  return true;
+}
+
+bool CSwitchClient::UnregisterEventHandler(EventHandler handler) {
+  LockCallbackMap();
+  bool found = m_CallbackMap.erase(handler) > 0;
+  UnlockCallbackMap();
+  return found;
+}
+
+// Recursive by owner and nesting count. The owner is atomic because other
+// threads compare against it without holding the mutex; the count and the
+// in-use flag are only touched by the owner.
+void CSwitchClient::LockCallbackMap() {
+  const pthread_t self = pthread_self();
+  if (!pthread_equal(m_CallbackOwner.load(), self)) {
+    pthread_mutex_lock(&m_CallbackMutex);
+    m_CallbackOwner.store(self);
+    m_CallbackLockInUse = true;
+  }
+  ++m_CallbackNesting;
+}
+
+void CSwitchClient::UnlockCallbackMap() {
+  if (!pthread_equal(m_CallbackOwner.load(), pthread_self())) return;
+  if (--m_CallbackNesting == 0) {
+    m_CallbackLockInUse = false;
+    m_CallbackOwner.store(pthread_t());
+    pthread_mutex_unlock(&m_CallbackMutex);
+  }
+}
+
+void* CSwitchClient::Thread_EventMain(void* client) {
+  if (client == nullptr)
+    g_Debug.Print(1, "Thread_EventMain: ## ERROR ## internal error on starting pClassContext = %p", client);
+  else
+    static_cast<CSwitchClient*>(client)->EventMain();
+  g_Debug.Print(1, "THREAD_RETURN: ## INFO: Thread = 0x%08X exited, Return = 0x%08x##\n", SelfId(), 0u);
+  return nullptr;
+}
+
+void CSwitchClient::EventMain() {
+  g_Debug.Print(2, "Thread_EventMain: Event thread started\n");
+  m_ThreadRunning.store(true);
+  const char* clientName = m_EventClientName.c_str();
+  SipJson event;
+
+  for (;;) {
+    const int eventFd = m_FdEventChannel;
+    const int pipeFd = m_PipeReadFd;
+    // Closed under us (a handler disabled events) or beyond what select
+    // can watch: nothing sensible is left to wait for.
+    if (pipeFd < 0 || pipeFd >= FD_SETSIZE || eventFd < 0 || eventFd >= FD_SETSIZE) break;
+
+    fd_set readSet;
+    fd_set exceptSet;
+    FD_ZERO(&readSet);
+    FD_ZERO(&exceptSet);
+    FD_SET(eventFd, &readSet);
+    FD_SET(pipeFd, &readSet);
+    FD_SET(eventFd, &exceptSet);
+    FD_SET(pipeFd, &exceptSet);
+    g_Debug.Print(1, "Thread_EventMain: Enter select...\n");
+    int count = select((eventFd > pipeFd ? eventFd : pipeFd) + 1, &readSet, nullptr, &exceptSet, nullptr);
+    g_Debug.Print(1, "Thread_EventMain: ...return from select, count = %d\n", count);
+
+    if (count == 0) {
+      g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: select returned 0 (maybe timeout) --> continue\n");
+      continue;
+    }
+    if (count < 0) {
+      if (errno == EINTR) {
+        g_Debug.Print(1, "Thread_EventMain: select interrupted by EINTR --> ignoring\n");
+        continue;
+      }
+      g_Debug.Print(1, "Thread_EventMain: ## ERROR ##: select returned -1, errno=%d --> bail out\n", errno);
+      break;
+    }
+    if (FD_ISSET(pipeFd, &readSet)) {
+      g_Debug.Print(1, "Thread_EventMain: somebody signaled terminate -> bail out\n");
+      break;
+    }
+    if (!FD_ISSET(eventFd, &readSet)) continue;
+
+    event.JsonInit();
+    g_Debug.Print(1, "Thread_EventMain: Get JSON event from socket %d...\n", eventFd);
+    int result = JsonGetEvent(event, eventFd, clientName);
+    if (result == -1) {
+      g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: JsonGetEvent failed --> try to reregister\n");
+      JsonUnregisterForEvents(m_FdEventChannel);
+      m_FdEventChannel = -1;
+      if (!WaitForServiceAvailable(pipeFd)) break;
+      int fd = JsonRegisterForEvents(clientName);
+      if (fd < 0) {
+        g_Debug.Print(1, "ReregisterForEvents: ## WARNING ##: cannot reregister thread for events\n");
+        break;
+      }
+      m_FdEventChannel = fd;
+      g_Debug.Print(1, "ReregisterForEvents:   thread for events reregistered on m_FdEventChannel=%d\n", fd);
+      continue;
+    }
+    if (result != eventFd) {
+      g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: Event channel has been reopened FdOld=%d, FdNew=%d --> accept it\n",
+                    eventFd, result);
+      m_FdEventChannel = result;
+    }
+    // A frame that held no command record (empty or unparsable text, or the
+    // frame whose loss made the channel reopen) is not handed on.
+    if (event.FindCmd(event.GetCmdIndex()) == nullptr) {
+      g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: event without command record --> ignored\n");
+      continue;
+    }
+
+    if (g_Debug.IsEnabled()) {
+      const int cmd = event.GetCmdIndex();
+      g_Debug.Print(1, "EVENT OC=%04X, OE=%04X, Cab=%02X, OId=%04X, Status=%04X, HasReplyData=%d\n",
+                    event.GetCmdElemValue(cmd, "OC", 0), event.GetCmdElemValue(cmd, "OE", 0),
+                    event.GetCmdElemValue(cmd, "CA", 0), event.GetCmdElemValue(cmd, "OI", 0),
+                    event.GetCmdElemValue(cmd, "ST", 22), event.HasReplyData() ? 1 : 0);
+    }
+    g_Debug.Print(1, "Thread_EventMain: Call event methods from client\n");
+    LockCallbackMap();
+    // Walk by key rather than by iterator: a handler may add or remove
+    // entries, itself included, while it runs.
+    auto it = m_CallbackMap.begin();
+    while (it != m_CallbackMap.end()) {
+      const EventHandler handler = it->first;
+      const unsigned handlerId = static_cast<unsigned>(reinterpret_cast<uintptr_t>(handler));
+      g_Debug.Print(5, "\nCCallbackMap        : Call notification callback 0x%X .. ", handlerId);
+      handler(event, it->second);
+      g_Debug.Print(5, "\nCCallbackMap        : .. notification callback 0x%X finished", handlerId);
+      it = m_CallbackMap.upper_bound(handler);
+    }
+    UnlockCallbackMap();
+    g_Debug.Print(1, "Thread_EventMain: ...return from client call\n");
+  }
+
+  m_ThreadRunning.store(false);  // last touch of the client: it may be gone after this
+}
+
+int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) {
+  if (fd < 0) {
+    g_Debug.PrintAlways("GetEventJson: ERROR: called with invalid fdEventChannel (%d) --> ignore this event\n", fd);
+    return -1;
+  }
+
+  uint32_t length = 0;
+  ssize_t n = ReadFully(fd, reinterpret_cast<char*>(&length), sizeof length);
+  if (n < static_cast<ssize_t>(sizeof length)) {
+    g_Debug.Print(1, "GetEventJson: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
+                  n < 0 ? errno : 0);
+    return -1;
+  }
+
+  bool reopen = false;
+  std::string text;
+  if (length > kMaxEventLength) {
+    g_Debug.Print(1,
+                  "GetEventJson: Event receiving on fd=%d incomplete (buffer too small) (inLength=%d, InMax=%d --> reopen!)\n",
+                  fd, 0, static_cast<int>(kMaxEventLength));
+    reopen = true;
+  } else {
+    const size_t capacity = static_cast<size_t>(length) + 20;
+    char* buffer = static_cast<char*>(std::malloc(capacity));
+    if (buffer == nullptr) {
+      g_Debug.PrintAlways("GetEventJson: ERROR: Can't allocate memory for JSON event!\n");
+      return fd;
+    }
+    size_t received = 0;
+    bool complete = length == 0;  // an empty frame has nothing to read
+    for (int pass = 1; pass <= kReadPasses && !complete && !reopen; ++pass) {
+      ssize_t r = read(fd, buffer + received, length - received);
+      if (r == 0 && received == 0) {
+        g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d failed EOF (inLength=%d, InMax=%d) --> ignore this event!\n",
+                      fd, 0, static_cast<int>(length));
+        std::free(buffer);
+        return -1;
+      }
+      if (r < 0) {
+        if (errno == EINTR) {
+          g_Debug.Print(1,
+                        "GetEventJson: Event receiving on fd=%d interrupted (errno=EINTR, inLength=%d, InMax=%d) --> retry=%d\n",
+                        fd, static_cast<int>(received), static_cast<int>(length), kReadPasses - pass);
+          sleep(kReadPauseSec);
+          continue;
+        }
+        g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
+                      static_cast<int>(received), static_cast<int>(length));
+        reopen = true;
+        break;
+      }
+      if (r == 0) {
+        // The peer closed in the middle of the frame: the rest never comes.
+        g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
+                      static_cast<int>(received), static_cast<int>(length));
+        reopen = true;
+        break;
+      }
+      received += static_cast<size_t>(r);
+      if (received >= length) {
+        complete = true;
+        break;
+      }
+      g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d incomplete (inLength=%d, InMax=%d, RetryCnt=%d) --> continue\n",
+                    fd, static_cast<int>(received), static_cast<int>(length), pass);
+      sleep(kReadPauseSec);
+    }
+    if (!complete && !reopen) {
+      g_Debug.Print(1,
+                    "GetEventJson: ERROR: Event receiving on fd=%d failed: inLength invalid (inLength=%d, InMax=%d) --> reopen\n",
+                    fd, static_cast<int>(received), static_cast<int>(length));
+      reopen = true;
+    }
+    if (complete) text.assign(buffer, strnlen(buffer, received));
+    std::free(buffer);
+  }
+
+  if (reopen) {
+    int newFd = ReOpenEventChannel(clientName, fd);
+    if (newFd < 0) {
+      g_Debug.PrintAlways("GetEventJson: ERROR: Can't reopen Event Channel on %s --> ignore this event!\n", kEventSocket);
+      return -1;
+    }
+    g_Debug.PrintAlways("GetEventJson: Event Channel reopened on %s, new fd=%d\n", kEventSocket, newFd);
+    return newFd;
+  }
+
+  g_Debug.Print(2, "GetEventJson: processing event on fd=%d (inLength=%d)\n", fd, static_cast<int>(length));
+  event.ParseReply(text);
+  return fd;
+}

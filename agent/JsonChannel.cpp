@@ -1,0 +1,483 @@
+#include "agent/JsonChannel.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "agent/SipJson.h"
+#include "runtime/CDebug.h"
+#include "runtime/CSystemRoot.h"
+
+namespace {
+
+constexpr int kSendPasses = 10;
+constexpr int kReceivePasses = 10;
+constexpr size_t kSpareBytes = 20;
+constexpr int kAttachAttempts = 20;
+constexpr int kRegisterAttempts = 600;
+constexpr const char* kEventSocketPath = "/dev/omadaj";
+// A reply larger than this is treated like one that cannot be allocated:
+// the daemon's replies are a few kilobytes, and a lying length word must
+// not make us reserve gigabytes.
+constexpr uint32_t kMaxReplyLength = 16u * 1024 * 1024;
+// How long one receive pass waits for the next piece of a reply.
+constexpr int kPieceWaitMsec = 1000;
+
+struct FreeDeleter {
+  void operator()(char* p) const noexcept { std::free(p); }
+};
+using Buffer = std::unique_ptr<char, FreeDeleter>;
+
+unsigned ThreadId() { return static_cast<unsigned>(pthread_self()); }
+
+int ToPollTimeout(unsigned msec) { return msec > INT_MAX ? INT_MAX : static_cast<int>(msec); }
+
+// Sends without SIGPIPE when the peer has gone; plain write for non-sockets.
+ssize_t WriteSome(int fd, const char* data, size_t size) {
+  ssize_t n = send(fd, data, size, MSG_NOSIGNAL);
+  if (n < 0 && errno == ENOTSOCK) n = write(fd, data, size);
+  return n;
+}
+
+// One read of at most `size` bytes that waits no longer than waitMsec for
+// data to arrive, so a peer that stalls mid-frame cannot block us for good.
+// Returns the read() result; *timedOut tells a silent wait from EOF.
+ssize_t ReadSome(int fd, char* data, size_t size, int waitMsec, bool* timedOut) {
+  *timedOut = false;
+  ssize_t n = recv(fd, data, size, MSG_DONTWAIT);
+  if (n >= 0) return n;
+  if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOTSOCK) return -1;
+  struct pollfd p = {fd, POLLIN, 0};
+  int ready = poll(&p, 1, waitMsec);
+  if (ready < 0) return -1;
+  if (ready == 0) {
+    *timedOut = true;
+    return 0;
+  }
+  return read(fd, data, size);
+}
+
+}  // namespace
+
+int OpenDevice(const char* path) {
+  const char* where = path != nullptr ? path : "";
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    g_Debug.PrintAlways("OpenDevice: ERROR: create socket on %s failed (thrId=0x%08X): %s\n", where, ThreadId(),
+                        strerror(errno));
+    return -1;
+  }
+  struct sockaddr_un addr;
+  std::memset(&addr, 0, sizeof(addr));
+  addr.sun_family = AF_UNIX;
+  const size_t length = std::strlen(where);
+  int rc = -1;
+  if (length > sizeof(addr.sun_path)) {
+    errno = ENAMETOOLONG;
+  } else {
+    std::memcpy(addr.sun_path, where, length);
+    rc = connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
+                 static_cast<socklen_t>(sizeof(addr.sun_family) + length));
+  }
+  if (rc < 0) {
+    const int err = errno;
+    g_Debug.PrintAlways("OpenDevice: ERROR: connect to socket on %s failed (thrId=0x%08X): %s\n", where, ThreadId(),
+                        strerror(err));
+    close(fd);
+    errno = err;
+    return -2;
+  }
+  return fd;
+}
+
+int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {
+  if (fd < 0) {
+    g_Debug.PrintAlways("IsFdReady: ERROR: bad parameter for Fd=%d\n", fd);
+    return -3;
+  }
+  if (timeoutMsec == 0) {
+    g_Debug.PrintAlways("IsFdReady: ERROR: bad parameter for TimeoutMsec=0(!) on fd=%d\n", fd);
+    return -4;
+  }
+  const time_t start = time(nullptr);
+  unsigned rest = timeoutMsec;
+  struct pollfd p = {fd, static_cast<short>(pollMask), 0};
+  for (;;) {
+    p.revents = 0;
+    const int rc = poll(&p, 1, ToPollTimeout(rest));
+    if (rc > 0) break;
+    if (rc == 0) {
+      g_Debug.PrintAlways("IsFdReady: ERROR: Timeout on fd=%d (Timeout=%d, RestTimeout=%d\n", fd,
+                          static_cast<int>(timeoutMsec), static_cast<int>(rest));
+      return -15;
+    }
+    if (errno != EINTR) {
+      const int err = errno;
+      g_Debug.PrintAlways("IsFdReady: ERROR: poll() failed on fd=%d: errno=%d  %s\n", fd, err, strerror(err));
+      return -6;
+    }
+    g_Debug.Print(1, "IsFdReady: poll() interrupted due to EINTR on fd=%d --> try to continue!\n", fd);
+    // Whole seconds on purpose: the deadline is kept at one-second resolution.
+    const unsigned long long elapsed = static_cast<unsigned long long>(time(nullptr) - start) * 1000ull;
+    if (elapsed >= timeoutMsec) {
+      g_Debug.PrintAlways("IsFdReady: ERROR: Timeout after EINTR on fd=%d (Timeout=%d, RestTimeout=%d\n", fd,
+                          static_cast<int>(timeoutMsec), static_cast<int>(rest));
+      return -15;
+    }
+    rest = timeoutMsec - static_cast<unsigned>(elapsed);
+  }
+  if (p.revents & POLLHUP) {
+    g_Debug.PrintAlways("IsFdReady: ERROR: Hangup on fd=%d\n", fd);
+    return -6;
+  }
+  if (p.revents & (POLLERR | POLLNVAL)) {
+    unsigned char byte = 0;
+    // The read fetches the pending socket error into errno.
+    errno = 0;
+    const ssize_t ignored = read(fd, &byte, 1);
+    (void)ignored;
+    const int err = errno;
+    g_Debug.PrintAlways("IsFdReady: ERROR on fd=%d, Result=0x%08X: errno=%d, %s\n", fd, static_cast<unsigned>(byte), err,
+                        strerror(err));
+    return -9;
+  }
+  if ((static_cast<unsigned>(p.revents) & pollMask) == pollMask) return static_cast<int>(pollMask);
+  g_Debug.PrintAlways(
+      "IsFdReady: ERROR on fd=%d, returned pollmask invalid (PollFdStruct.revents=0x%08X, PollMask=0x%08X)\n", fd,
+      static_cast<unsigned>(p.revents), pollMask);
+  return -9;
+}
+
+namespace {
+
+// Writes the whole frame in at most kSendPasses passes. 0 or 22.
+unsigned SendFrame(int fd, const char* frame, size_t frameLength, unsigned pollMsec) {
+  size_t sent = 0;
+  for (int pass = 0; pass < kSendPasses; ++pass) {
+    const int retry = kSendPasses - pass;
+    const int ready = IsFdReady(fd, POLLOUT, pollMsec);
+    if (ready != POLLOUT) {
+      g_Debug.Print(4, "SendRequestOnFd: it seems that socket %d is not ready for write (pollresult=%d) -> bail out!\n",
+                    fd, ready);
+      return kJsonWriteFailed;
+    }
+    g_Debug.Print(4, "SendRequestOnFd: write request string to socket %d...\n", fd);
+    const ssize_t n = WriteSome(fd, frame + sent, frameLength - sent);
+    if (n < 0 && errno != EINTR) {
+      g_Debug.Print(1, "SendRequestOnFd: sending request on fd=%d failed (outLength=%d, InOutMax=%d) --> bail out\n", fd,
+                    static_cast<int>(sent), static_cast<int>(frameLength));
+      return kJsonWriteFailed;
+    }
+    if (n == 0) {
+      g_Debug.Print(1,
+                    "SendRequestOnFd: sending request on fd=%d failed EOF (outLength=%d, InOutMax=%d, rwresult=%d): "
+                    "--> bail out\n",
+                    fd, static_cast<int>(sent), static_cast<int>(frameLength), 0);
+      return kJsonWriteFailed;
+    }
+    if (n < 0) {
+      g_Debug.Print(1,
+                    "SendRequestOnFd: sending request on fd=%d interrupted (errno=EINTR, outLength=%d, InOutMax=%d) "
+                    "--> retry=%d\n",
+                    fd, static_cast<int>(sent), static_cast<int>(frameLength), retry);
+    } else {
+      sent += static_cast<size_t>(n);
+      if (sent >= frameLength) {
+        g_Debug.Print(4, "SendRequestOnFd: sending request on fd=%d done, rwresult=%d\n", fd, static_cast<int>(n));
+        return kJsonOk;
+      }
+      g_Debug.Print(1, "SendRequestOnFd: sending request on fd=%d incomplete (outLength=%d, InOutMax=%d) --> continue=%d\n",
+                    fd, static_cast<int>(sent), static_cast<int>(frameLength), retry);
+    }
+    if (pass + 1 < kSendPasses) sleep(1);
+  }
+  // Out of passes: the reply is read all the same.
+  return kJsonOk;
+}
+
+// Reads the 4-byte length word; false when nothing could be read.
+bool ReadLengthWord(int fd, uint32_t* length) {
+  unsigned char word[4] = {0, 0, 0, 0};
+  ssize_t n = read(fd, word, sizeof(word));
+  if (n < 1) {
+    g_Debug.Print(1, "SendRequestOnFd: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
+                  errno);
+    return false;
+  }
+  // A length word split across reads is completed rather than taken half.
+  size_t got = static_cast<size_t>(n);
+  for (int pass = 0; got < sizeof(word) && pass < kReceivePasses; ++pass) {
+    bool timedOut = false;
+    n = ReadSome(fd, reinterpret_cast<char*>(word) + got, sizeof(word) - got, kPieceWaitMsec, &timedOut);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0 && !timedOut) break;
+    if (n > 0) got += static_cast<size_t>(n);
+  }
+  if (got < sizeof(word)) {
+    g_Debug.Print(1, "SendRequestOnFd: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
+                  errno);
+    return false;
+  }
+  std::memcpy(length, word, sizeof(word));
+  return true;
+}
+
+// Reads `length` payload bytes in at most kReceivePasses passes, one second
+// apart when a pass leaves the payload incomplete. 0 or 6.
+unsigned ReadPayload(int fd, char* data, uint32_t length) {
+  const int maxLength = static_cast<int>(length + 4);
+  size_t got = 0;
+  if (length == 0) return kJsonOk;
+  for (int pass = 0; pass < kReceivePasses; ++pass) {
+    const int retry = kReceivePasses - pass;
+    bool timedOut = false;
+    const ssize_t n = ReadSome(fd, data + got, length - got, kPieceWaitMsec, &timedOut);
+    g_Debug.Print(4, "SendRequestOnFd: data read from socket, rwresult = %d\n", static_cast<int>(n));
+    if (n < 0 && errno != EINTR) {
+      g_Debug.Print(1, "SendRequestOnFd: receiving reply on fd=%d failed (inLength=%d, InOutMax=%d) --> bail out\n", fd,
+                    static_cast<int>(got + 4), maxLength);
+      return kJsonReadFailed;
+    }
+    if (n < 0) {
+      g_Debug.Print(1,
+                    "SendRequestOnFd: receiving reply on fd=%d interrupted (errno=EINTR, inLength=%d, InOutMax=%d) "
+                    "--> retry=%d\n",
+                    fd, static_cast<int>(got + 4), maxLength, retry);
+    } else {
+      got += static_cast<size_t>(n);
+      if (got >= length) return kJsonOk;
+      g_Debug.Print(1,
+                    "SendRequestOnFd: receiving reply on fd=%d incomplete (inLength=%d, InOutMax=%d, "
+                    "pCmdJReply->len=%d) --> continue=%d\n",
+                    fd, static_cast<int>(got + 4), maxLength, static_cast<int>(length), retry);
+    }
+    // A pass that already waited out the piece timeout needs no extra pause.
+    if (pass + 1 < kReceivePasses && !timedOut) sleep(1);
+  }
+  g_Debug.Print(1,
+                "SendRequestOnFd: receiving reply on fd=%d failed (inLength=%d, InOutMax=%d, pCmdJReply->len=%d)\n", fd,
+                static_cast<int>(got + 4), maxLength, static_cast<int>(length));
+  return kJsonReadFailed;
+}
+
+unsigned Exchange(int fd, const char* frame, size_t frameLength, unsigned pollMsec, std::string& reply) {
+  if (fd < 0) {
+    g_Debug.PrintAlways("SendRequestOnFd: sending request failed (request channel not available)\n");
+    return kJsonNoChannel;
+  }
+  unsigned rc = SendFrame(fd, frame, frameLength, pollMsec);
+  if (rc != kJsonOk) return rc;
+
+  const int ready = IsFdReady(fd, POLLIN, pollMsec);
+  if (ready != POLLIN) {
+    g_Debug.Print(4, "SendRequestOnFd: it seems that socket %d is not ready for read (pollresult=%d) -> bail out!\n", fd,
+                  ready);
+    return kJsonNotReadable;
+  }
+  uint32_t length = 0;
+  if (!ReadLengthWord(fd, &length)) return kJsonReadFailed;
+
+  // Sized in size_t: length + 20 must not wrap in 32 bits.
+  const size_t bufferSize = static_cast<size_t>(length) + kSpareBytes;
+  Buffer buffer(length <= kMaxReplyLength ? static_cast<char*>(std::malloc(bufferSize)) : nullptr);
+  if (!buffer) {
+    g_Debug.PrintAlways("SendRequestOnFd: ERROR: Can't allocate memory for JSON reply on fd=%d (size=%d)!\n", fd,
+                        static_cast<int>(bufferSize));
+    return kJsonNoMemory;
+  }
+  // A payload without its NUL then ends inside our own buffer.
+  std::memset(buffer.get() + length, 0, kSpareBytes);
+  g_Debug.Print(4, "SendRequestOnFd: read reply on fd=%d, ReplyLen=%d ...\n", fd, static_cast<int>(length));
+
+  rc = ReadPayload(fd, buffer.get(), length);
+  if (rc != kJsonOk) return rc;
+  g_Debug.Print(4, "SendRequestOnFd: receiving reply on fd=%d done, inLength=%d\n", fd, static_cast<int>(length + 4));
+  reply.assign(buffer.get(), strnlen(buffer.get(), length));
+  if (g_Debug.IsEnabled())
+    g_Debug.Print(4, "CSwitchClient::JsonSendRequest: JSON reply on fd=%d, BytesReceived=%d: %s\n", fd,
+                  static_cast<int>(length), reply.c_str());
+  return kJsonOk;
+}
+
+}  // namespace
+
+unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout) {
+  const char* text = request != nullptr ? request : "";
+  const size_t textLength = std::strlen(text) + 1;
+  if (textLength > UINT32_MAX - kSpareBytes) {
+    g_Debug.Print(1, "CSwitchClient::JsonSendRequest: ERROR Failed to allocate JSON reply buffer!\n");
+    return kJsonNoMemory;
+  }
+  Buffer frame(static_cast<char*>(std::malloc(textLength + kSpareBytes)));
+  if (!frame) {
+    g_Debug.Print(1, "CSwitchClient::JsonSendRequest: ERROR Failed to allocate JSON reply buffer!\n");
+    return kJsonNoMemory;
+  }
+  const uint32_t length = static_cast<uint32_t>(textLength);
+  std::memcpy(frame.get(), &length, sizeof(length));
+  std::memcpy(frame.get() + sizeof(length), text, textLength);
+  g_Debug.Print(4, "CSwitchClient::JsonSendRequest: send JSON request string: %s\n", text);
+
+  // Seconds to milliseconds; callers pass 30000, so a wait may be very long.
+  const unsigned long long pollMsec = static_cast<unsigned long long>(timeout == 0 ? 30000 : timeout) * 1000ull;
+  const unsigned rc = Exchange(fd, frame.get(), sizeof(length) + textLength,
+                               pollMsec > UINT_MAX ? UINT_MAX : static_cast<unsigned>(pollMsec), reply);
+  if (rc != kJsonOk) g_Debug.Print(4, "CSwitchClient::JsonSendRequest: on fd=%d failed\n", fd);
+  return rc;
+}
+
+std::string BuildInitChannelBlock(const char* clientName, int fd) {
+  std::string block(kInitBlockSize, '\0');
+  if (clientName != nullptr) {
+    const size_t length = strnlen(clientName, kInitBlockNameSize);
+    std::memcpy(&block[0], clientName, length);
+  }
+  const uint32_t value = static_cast<uint32_t>(fd);
+  for (size_t i = 0; i < 4; ++i) block[kInitBlockFdOffset + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+  return block;
+}
+
+bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode, unsigned timeout) {
+  SipJson record;
+  record.JsonInit();
+  SipJson::GenericValue& cmd = record.GetCmd();
+  SipJson::SetCmdElemValue(cmd, "OC", kInitChannelOpCode, false);
+  SipJson::SetCmdElemValue(cmd, "OE", channelCode, true);
+  SipJson::SetCmdElemValue(cmd, "OI", 0, true);
+  SipJson::SetCmdElemValue(cmd, "CA", 0, false);
+  cmd.RemoveMember("ST");
+
+  auto& alloc = record.Document().GetAllocator();
+  const std::string block = BuildInitChannelBlock(clientName, fd);
+  SipJson::GenericValue raw(rapidjson::kArrayType);
+  raw.Reserve(static_cast<rapidjson::SizeType>(block.size()), alloc);
+  for (char byte : block) raw.PushBack(static_cast<unsigned>(static_cast<unsigned char>(byte)), alloc);
+  SipJson::GenericValue data(rapidjson::kObjectType);
+  data.AddMember("RAW", raw, alloc);
+  cmd.RemoveMember("DA");
+  cmd.AddMember("DA", data, alloc);
+
+  std::string reply;
+  const unsigned rc = JsonSendRequest(fd, record.Serialize().c_str(), reply, timeout);
+  if (rc == kJsonNoMemory) {
+    g_Debug.PrintAlways("SendInitChannelCommand: Can't initialize Request Channel on fd=%d --> close it !\n", fd);
+    return false;
+  }
+  // Any other failure shows when the channel is used.
+  record.ParseReply(reply);
+  std::vector<unsigned char> answer;
+  int daemonFd = -1;
+  if (record.GetCmdDataStream(record.GetCmdIndex(), answer) && answer.size() >= kInitBlockFdOffset + 4) {
+    uint32_t value = 0;
+    for (size_t i = 0; i < 4; ++i) value |= static_cast<uint32_t>(answer[kInitBlockFdOffset + i]) << (8 * i);
+    daemonFd = static_cast<int>(value);
+  }
+  g_Debug.Print(4, "SendInitChannelCommand: Request Channel (type=JSON) opened and initialized (fd=%d, omadfd=%d)\n", fd,
+                daemonFd);
+  return true;
+}
+
+int JsonAttach(const char* path, const char* clientName) {
+  const char* where = path != nullptr ? path : "";
+  const char* name = clientName != nullptr ? clientName : "";
+  g_Debug.Print(4, "JsonAttach: Connect from client \"%s\" to socket %s...\n", name, where);
+  int fd = -1;
+  for (int attempt = 0; attempt < kAttachAttempts; ++attempt) {
+    g_Debug.Print(4, "\nJsonAttach: connect to omad JSON socket \"%s\"...", where);
+    fd = OpenDevice(where);
+    if (fd >= 0) break;
+    const int err = errno;
+    usleep(50000);
+    if (attempt % 10 == 0)
+      g_Debug.Print(3, "JsonAttach: Connect to socket %s failed (thrId=0x%08X): %s --> retry #%d\n", where, ThreadId(),
+                    strerror(err), attempt + 1);
+  }
+  if (fd < 0) {
+    g_Debug.PrintAlways("JsonAttach: ERROR: cannot open omad JSON request channel %s (thrId=0x%08X)\n", where,
+                        ThreadId());
+    return fd;
+  }
+  g_Debug.Print(4, "JsonAttach: Client \"%s\" successfully connected to socket %s\n", name, where);
+  g_Debug.Print(4, "JsonAttach: Request channel to %s (fd=%d, Timeout=%d, Retries=%d msec) opened (thrId=0x%08X)\n",
+                where, fd, 30000, 10, ThreadId());
+  SendInitChannelCommand(fd, name, kJsonRequestChannel, kChannelTimeout);
+  return fd;
+}
+
+void JsonDetach(int fd, const char* /*path*/) {
+  if (fd < 0) return;
+  g_Debug.Print(4, "JsonAttach: Disconnecting from socket...\n");
+  close(fd);
+  g_Debug.Print(4, "JsonAttach: -> disconnected\n");
+}
+
+int JsonRegisterForEvents(const char* clientName) {
+  const std::string path = CSystemRoot::Path(kEventSocketPath);
+  int fd = -1;
+  for (int attempt = 0; attempt < kRegisterAttempts; ++attempt) {
+    fd = OpenDevice(path.c_str());
+    if (fd >= 0) break;
+    const int err = errno;
+    if (attempt % 10 == 0)
+      g_Debug.PrintAlways("OpenEventChannel: Connect to %s failed: errno=%d %s --> retry (%d)\n", path.c_str(), err,
+                          strerror(err), attempt);
+    sleep(1);
+  }
+  if (fd < 0) {
+    g_Debug.PrintAlways("OpenEventChannel: Connect to %s failed after %d retries --> bail out\n", path.c_str(),
+                        kRegisterAttempts);
+    return -1;
+  }
+  g_Debug.Print(2, "OpenEventChannel: Event Channel to %s (fd=%d) opened\n", path.c_str(), fd);
+  if (!SendInitChannelCommand(fd, clientName, kJsonEventChannel, kChannelTimeout)) {
+    g_Debug.Print(2, "JsonRegisterForEvents: client cannot register for events on fd=%d -> close it!\n", fd);
+    CloseEventChannel(fd);
+    return -1;
+  }
+  g_Debug.Print(2, "JsonRegisterForEvents: client registered for events on fd=%d\n", fd);
+  return fd;
+}
+
+void CloseEventChannel(int fd) {
+  const std::string path = CSystemRoot::Path(kEventSocketPath);
+  if (fd >= 0) {
+    close(fd);
+    g_Debug.Print(4, "CloseEventChannel: Event channel to %s (fd=%d) closed\n", path.c_str(), fd);
+  } else {
+    g_Debug.Print(4, "CloseEventChannel: Event channel to %s already closed - ignored\n", path.c_str());
+  }
+}
+
+void JsonUnregisterForEvents(int fd) {
+  if (fd >= 0) {
+    g_Debug.Print(2, "JsonUnregisterForEvents: unregister event channel, fd=%d\n", fd);
+    CloseEventChannel(fd);
+  }
+  g_Debug.Print(2, "JsonUnregisterForEvents: client unregistered for events\n");
+}
+
+int ReOpenEventChannel(const char* clientName, int oldFd) {
+  const std::string path = CSystemRoot::Path(kEventSocketPath);
+  if (oldFd >= 0) {
+    CloseEventChannel(oldFd);
+    sleep(1);
+  }
+  const int fd = JsonRegisterForEvents(clientName);
+  if (fd >= 0)
+    g_Debug.PrintAlways("ReOpenEventChannel: Event Channel to %s re-opened (fd=%d)\n", path.c_str(), fd);
+  else
+    g_Debug.PrintAlways("ReOpenEventChannel: ERROR: Can't re-open Event Channel to %s\n", path.c_str());
+  return fd;
+}
