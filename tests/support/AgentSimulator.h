@@ -67,7 +67,8 @@ class AgentSimulator {
   // Waits until at least `count` event channels are registered (a client
   // that enabled events has sent its init command on /dev/omadaj).
   bool waitForEventChannels(int count);
-  // Waits until at least `count` request lines have been recorded.
+  // Waits until at least `count` request lines have been recorded (counted
+  // since the last clearRequests()).
   bool waitForRequests(size_t count);
 
   // Recorded request texts, one per received frame, oldest first.
@@ -81,8 +82,8 @@ class AgentSimulator {
 
  private:
   bool launch();
-  bool waitUntil(bool (AgentSimulator::*condition)() const);
-  bool controlReachable() const;
+  // Polls `status` until `key` reads at least `atLeast`.
+  bool waitForStatus(const std::string& key, long atLeast);
   std::string profilePath() const;
 
   Options options_;
