@@ -15,14 +15,15 @@ seconds=${1:-60}
 build=${ZX_FUZZ_BUILD:-build-fuzz}
 jobs=${ZX_JOBS:-2}
 
-if [ ! -f "$build/CMakeCache.txt" ]; then
-  CC=clang-14 CXX=clang++-14 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DZENTRIX_FUZZ=ON -DZENTRIX_BENCHMARKS=OFF >/dev/null
-fi
-nice -n 19 cmake --build "$build" --target fuzz -j"$jobs"
-
+# Configure every time: which targets exist depends on the sources present.
+CC=clang-14 CXX=clang++-14 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DZENTRIX_FUZZ=ON -DZENTRIX_BENCHMARKS=OFF >/dev/null
 targets="$*"
-if [ -z "$targets" ]; then
+if [ -n "$targets" ]; then
+  # shellcheck disable=SC2086
+  nice -n 19 cmake --build "$build" --target $targets -j"$jobs"
+else
+  nice -n 19 cmake --build "$build" --target fuzz -j"$jobs"
   for src in fuzz/*_fuzzer.cpp; do
     [ -e "$src" ] || continue
     targets="$targets $(basename "$src" .cpp)"

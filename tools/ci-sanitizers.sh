@@ -1,0 +1,50 @@
+#!/bin/sh
+# The sanitizer half of the test run:
+#   1. ASan+UBSan build, every test;
+#   2. TSan build, the tests that start threads or share locks;
+#   3. every fuzz target for a short time (tools/run-fuzzers.sh).
+# Prints the time of each phase; exits non-zero on the first failing phase.
+#
+# Environment: ZX_JOBS (default 2), ZX_FUZZ_SECONDS (per target, default 30),
+# ZX_THREAD_TESTS (ctest -R pattern for the TSan phase),
+# ZX_SKIP_FUZZ=1 (leave out phase 3, e.g. where clang is missing).
+set -eu
+cd "$(dirname "$0")/.."
+jobs=${ZX_JOBS:-2}
+fuzz_seconds=${ZX_FUZZ_SECONDS:-30}
+# Test names that exercise threads, events, locks or the simulator's
+# concurrent connections.
+thread_tests=${ZX_THREAD_TESTS:-'Thread|Event|Lock|CriticalSection|Concurren|Mutex|Parallel|Race'}
+asan=${ZX_ASAN_BUILD:-build-hard/asan}
+tsan=${ZX_TSAN_BUILD:-build-hard/tsan}
+
+now() { date +%s; }
+phase() { echo "== ci-sanitizers: $1 ($(( $(now) - start ))s so far)"; }
+start=$(now)
+
+phase "ASan+UBSan build"
+cmake -S . -B "$asan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZENTRIX_SANITIZE=address \
+  -DZENTRIX_BENCHMARKS=OFF >/dev/null
+cmake --build "$asan" -j"$jobs"
+phase "ASan+UBSan tests"
+# Leaks count as failures; a report aborts the test that caused it.
+ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1} \
+UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
+  ctest --test-dir "$asan" --output-on-failure -j"$jobs"
+asan_done=$(now)
+
+phase "TSan build"
+cmake -S . -B "$tsan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZENTRIX_SANITIZE=thread \
+  -DZENTRIX_BENCHMARKS=OFF >/dev/null
+cmake --build "$tsan" -j"$jobs"
+phase "TSan tests matching '$thread_tests'"
+TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1} \
+  ctest --test-dir "$tsan" --output-on-failure -j"$jobs" -R "$thread_tests" --no-tests=error
+tsan_done=$(now)
+
+if [ "${ZX_SKIP_FUZZ:-0}" != 1 ]; then
+  phase "fuzz targets, ${fuzz_seconds}s each"
+  ZX_JOBS=$jobs tools/run-fuzzers.sh "$fuzz_seconds"
+fi
+end=$(now)
+echo "== ci-sanitizers: ASan $((asan_done - start))s, TSan $((tsan_done - asan_done))s, fuzz $((end - tsan_done))s, total $((end - start))s"
