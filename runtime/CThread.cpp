@@ -34,16 +34,22 @@ class ThreadAttributes {
 }  // namespace
 
 void* CThread::Trampoline(void* state) {
-  std::unique_ptr<std::shared_ptr<RunState>> holder(static_cast<std::shared_ptr<RunState>*>(state));
-  std::shared_ptr<RunState> run = *holder;
-  holder.reset();
+  RunState* run = static_cast<RunState*>(state);
   // A destructor, so that a cancelled thread (unwound by the cancellation)
   // is marked as ended as well.
   struct MarkFinished {
-    RunState& run;
-    ~MarkFinished() { run.finished.store(true); }
-  } mark{*run};
+    RunState* run;
+    ~MarkFinished() {
+      run->finished.store(true);
+      run->Release();
+    }
+  } mark{run};
   return run->routine(run->arg);
+}
+
+void CThread::ReleaseRunState() {
+  if (m_RunState != nullptr) m_RunState->Release();
+  m_RunState = nullptr;
 }
 
 bool CThread::Start(void* (*routine)(void*), void* arg, unsigned priority, bool suspend,
@@ -97,20 +103,20 @@ bool CThread::Start(void* (*routine)(void*), void* arg, unsigned priority, bool 
     }
   }
 
-  auto run = std::make_shared<RunState>();
+  auto* run = new RunState;
   run->routine = routine;
   run->arg = arg;
-  auto* holder = new std::shared_ptr<RunState>(run);
   pthread_t id = 0;
-  int rc = pthread_create(&id, attr.Get(), &CThread::Trampoline, holder);
+  int rc = pthread_create(&id, attr.Get(), &CThread::Trampoline, run);
   if (rc != 0) {
-    delete holder;
+    delete run;
     g_Debug.Print(kLevelError, "\npthread_create failed: %d", rc);
     return false;
   }
   m_ThreadId = id;
   m_Waitable = waitable;
-  m_RunState = std::move(run);
+  ReleaseRunState();
+  m_RunState = run;
   g_Debug.Print(kLevelDetail, "\nCThread::Start: thread=0x%08X created, Prio=%d, Waitable=%d, StackSize=0x%x", Id32(id),
                 priority, waitable, static_cast<unsigned>(stackSize));
   sched_yield();  // give the new thread the chance to run at once
@@ -136,17 +142,18 @@ bool CThread::Kill(unsigned /*exitCode*/) {
     g_Debug.Print(kLevelError, "\nCThread::Kill: a joinable Thread = 0x%08X has terminated, pstat=%p", Id32(m_ThreadId),
                   status);
     m_ThreadId = 0;
-    m_RunState.reset();
+    ReleaseRunState();
     return true;
   }
 
   pthread_t id = m_ThreadId;
   m_ThreadId = 0;
-  std::shared_ptr<RunState> run = std::move(m_RunState);
+  bool finished = m_RunState == nullptr || m_RunState->finished.load();
+  ReleaseRunState();
   g_Debug.Print(kLevelError, "\nCThread::Kill: Try to kill a non-joinable Thread = 0x0%08X", Id32(id));
   // An ended detached thread's id may already name another thread, so the
   // ended flag is asked first and the id used only while it still runs.
-  if (run && run->finished.load()) return true;
+  if (finished) return true;
   int policy = 0;
   sched_param param;
   if (pthread_getschedparam(id, &policy, &param) != 0) return true;
@@ -186,7 +193,7 @@ bool CThread::WaitForTermination(unsigned timeout) {
   g_Debug.Print(kLevelDetail, "\nCThread::WaitForTermination: a joinable Thread = 0x%08X has terminated, pstat=%p",
                 Id32(m_ThreadId), status);
   m_ThreadId = 0;
-  m_RunState.reset();
+  ReleaseRunState();
   return true;
 }
 

@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <memory>
 
 // A traced wrapper around one POSIX thread. One owner starts and kills the
 // thread; the object itself takes no lock.
@@ -15,6 +14,7 @@ class CThread {
   // killAliveThread: Start kills the thread held so far before it starts a
   // new one.
   explicit CThread(bool killAliveThread = false) : m_KillAliveThread(killAliveThread) {}
+  ~CThread() { ReleaseRunState(); }
   CThread(const CThread&) = delete;
   CThread& operator=(const CThread&) = delete;
 
@@ -43,15 +43,21 @@ class CThread {
  private:
   // Shared with the running thread so that a detached thread's end can be
   // seen without touching a pthread_t that may already be recycled.
+  // Counted by hand: the owner and the thread each hold one reference.
   struct RunState {
-    void* (*routine)(void*);
-    void* arg;
+    void* (*routine)(void*) = nullptr;
+    void* arg = nullptr;
     std::atomic<bool> finished{false};
+    std::atomic<int> references{2};
+    void Release() {
+      if (references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+    }
   };
   static void* Trampoline(void* state);
+  void ReleaseRunState();
 
   pthread_t m_ThreadId = 0;
   bool m_KillAliveThread = false;
   bool m_Waitable = false;
-  std::shared_ptr<RunState> m_RunState;
+  RunState* m_RunState = nullptr;
 };
