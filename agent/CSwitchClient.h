@@ -98,6 +98,9 @@ class CSwitchClient : public CTesselClientIf {
   int m_PipeReadFd = -1;
   int m_PipeWriteFd = -1;
   std::atomic<bool> m_ThreadRunning{false};
+  // The client name as the event thread uses it, copied when events are
+  // enabled: the thread never takes m_Mutex.
+  std::string m_EventClientName;
   std::atomic<bool> m_EventsEnabled{false};
   std::unique_ptr<CThread, ThreadDeleter> m_EventThread;
 
