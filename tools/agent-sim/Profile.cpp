@@ -299,8 +299,9 @@ bool ProfileReader::ReadEventLog(const Value& list) {
     std::string where = "eventLog[" + std::to_string(i) + "]";
     if (!OnlyKeys(entry, where, {"severity", "code", "time", "message"})) return false;
     uint64_t severity = 0, code = 0;
-    if (!entry.HasMember("severity") || !Number(entry["severity"], where + ".severity", severity)) return false;
-    if (!entry.HasMember("code") || !Number(entry["code"], where + ".code", code)) return false;
+    if (!entry.HasMember("severity") || !entry.HasMember("code")) return Fail(where, "needs \"severity\" and \"code\"");
+    if (!Number(entry["severity"], where + ".severity", severity) || !Number(entry["code"], where + ".code", code))
+      return false;
     if (severity > 255 || code > 0xFFFF) return Fail(where, "severity is a byte, code 16 bits");
     int64_t time = 0;
     if (entry.HasMember("time")) {
@@ -350,7 +351,16 @@ bool ProfileReader::ReadEvents(const Value& list) {
   for (uint32_t i = 0; i < list.Size(); ++i) {
     std::string where = "events[" + std::to_string(i) + "]";
     if (!list[i].IsObject() || !list[i].HasMember("OC")) return Fail(where, "must be a command object with \"OC\"");
-    profile_.events.push_back("{\"SIP\":{\"V\":1,\"CMD\":[" + Compact(list[i]) + "]}}");
+    // Hex texts are for the profile's reader; the wire carries numbers.
+    rapidjson::Document command;
+    command.CopyFrom(list[i], command.GetAllocator());
+    for (const char* name : {"OC", "OE", "OI", "CA", "ST"}) {
+      if (!command.HasMember(name) || !command[name].IsString()) continue;
+      uint64_t number = 0;
+      if (!Number(command[name], where + "." + name, number)) return false;
+      command[name].SetUint64(number);
+    }
+    profile_.events.push_back("{\"SIP\":{\"V\":1,\"CMD\":[" + Compact(command) + "]}}");
   }
   return true;
 }
