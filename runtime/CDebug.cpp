@@ -573,6 +573,10 @@ void CDebug::SkipAfterHeader(uint64_t next) {
 bool CDebug::InitRingBuffer(const char* path, uint64_t length) {
   if (path == nullptr || length < kRingBlock) return false;
   if (path != m_RingPath) CopyText(m_RingPath, sizeof m_RingPath, path);
+  if (m_RingMapping != nullptr) munmap(m_RingMapping, m_RingSize);
+  m_RingMapping = nullptr;
+  if (m_RingFd >= 0) close(m_RingFd);
+  m_RingFd = -1;
   m_RingSize = length;
   int fd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0700);
   if (fd < 0) {
