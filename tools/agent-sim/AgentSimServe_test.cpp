@@ -105,7 +105,7 @@ TEST(AgentSimServeTest, StatusResetAndRuntimeValuesChangeLaterReads) {
 TEST(AgentSimServeTest, ServesClientsSideBySide) {
   AgentSimulator sim;
   // One client's reply is held back for a long time ...
-  ASSERT_TRUE(sim.control("fault split 2 3000 oc=768"));
+  ASSERT_TRUE(sim.control("fault split 2 1500 oc=768"));
   TestClient slow(sim.path("/dev/omadsj"));
   ASSERT_TRUE(slow.Send(Request(R"({"OC":768,"CA":0})")));
   std::string firstPiece = slow.ReadSome(2000);
