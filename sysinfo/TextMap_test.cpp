@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "sysinfo/ComponentStatusPrinter.h"
+
 namespace {
 
 ComponentStatus Status(ComponentStatusValue v, const char* text) { return {v, text}; }
