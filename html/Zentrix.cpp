@@ -3,6 +3,8 @@
 #include <ctime>
 
 #include "html/StatusIcons.h"
+#include "pages/ZentrixHealth.h"
+#include "pages/ZentrixInformation.h"
 
 namespace {
 
@@ -85,6 +87,8 @@ std::string Zentrix::getTimestamp() {
 std::string Zentrix::renderContent() {
   setTitle("Zentrix");
   // The information and health pages are added here, in that order.
+  add(new ZentrixInformation);
+  add(new ZentrixHealth);
 
   std::string html =
       "<!DOCTYPE html>\n<html>\n\n<head>\n"
