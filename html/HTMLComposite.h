@@ -18,7 +18,7 @@ class HTMLComposite : public HTMLComponent {
 
   std::string getTitle() const { return title_; }
   // The child pointers; ownership stays with the composite.
-  std::vector<HTMLComponent*> getNodes() { return children_; }
+  std::vector<HTMLComponent*> getNodes() const { return children_; }
 
  private:
   std::vector<HTMLComponent*> children_;
