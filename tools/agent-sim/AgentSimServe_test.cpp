@@ -102,6 +102,29 @@ TEST(AgentSimServeTest, StatusResetAndRuntimeValuesChangeLaterReads) {
     EXPECT_EQ(sim.query(bad).compare(0, 6, "error "), 0) << bad << " -> " << sim.query(bad);
 }
 
+TEST(AgentSimServeTest, SurvivesHostilePeers) {
+  AgentSimulator sim;
+  TestClient liar(sim.path("/dev/omadsj"));
+  ASSERT_TRUE(liar.SendBytes(std::string("\xff\xff\xff\xff", 4) + "{}"));
+  EXPECT_TRUE(liar.ClosedByPeer(2000)) << "a 4 GB frame must not be waited for";
+  TestClient empty(sim.path("/dev/omadsj"));
+  ASSERT_TRUE(empty.SendBytes(std::string(4, '\0')));  // length 0: no text at all
+  EXPECT_EQ(empty.ReadFrame().value_or(""), R"({"SIP":{"V":1,"CMD":[]}})");
+  TestClient noNul(sim.path("/dev/omadsj"));
+  ASSERT_TRUE(noNul.SendBytes(std::string("\x22\0\0\0", 4) + Request(R"({"OC":768})")));
+  EXPECT_EQ(noNul.ReadFrame().value_or(""), Request(R"({"OC":768,"ST":0,"DA":6})"));
+  {
+    TestClient quitter(sim.path("/dev/omadsj"));
+    ASSERT_TRUE(quitter.Send(Request(R"({"OC":768})")));
+  }  // gone before the reply
+  TestClient classic(sim.path("/dev/omads"));
+  ASSERT_TRUE(classic.SendBytes("whatever the classic protocol is"));
+  EXPECT_EQ(classic.ReadSome(100), "");
+  EXPECT_TRUE(sim.running());
+  EXPECT_EQ(TestClient(sim.path("/dev/omadsj")).Exchange(Request(R"({"OC":768})")),
+            Request(R"({"OC":768,"ST":0,"DA":6})"));
+}
+
 TEST(AgentSimServeTest, ServesClientsSideBySide) {
   AgentSimulator sim;
   // One client's reply is held back for a long time ...
