@@ -1,6 +1,7 @@
 // Event side of CSwitchClient: the event channel, the event thread that
 // reads it, and the handler map the thread calls.
 #include <errno.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -34,9 +35,11 @@ constexpr int kStopPolls = 10;
 constexpr useconds_t kStopPollUsec = 500000;
 constexpr useconds_t kStopPauseUsec = 30000;
 
-// Passes and pause of reading one event's payload.
+// Passes of reading one event's payload.
 constexpr int kReadPasses = 10;
-constexpr unsigned kReadPauseSec = 1;
+// A pass waits up to this long for more bytes instead of sleeping blindly, so
+// a peer that stops sending cannot block the thread in read().
+constexpr int kReadPauseMs = 1000;
 
 // A length word beyond this cannot be a real event; the stream is out of
 // step, so the channel is reopened instead of allocating it.
@@ -49,11 +52,25 @@ void CloseFd(int& fd) {
   fd = -1;
 }
 
-// Reads exactly `size` bytes unless the peer closes or fails first; returns
-// the number of bytes read, or -1 on an error.
+enum class Wait { kReadable, kSilent, kWoken };
+
+// Waits up to `ms` for `fd` to become readable (or to show end of file or an
+// error, which the following read reports), or for the termination pipe
+// (ignored when negative).
+Wait WaitReadable(int fd, int ms, int wakeFd = -1) {
+  pollfd p[2] = {{fd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
+  if (poll(p, 2, ms) <= 0) return Wait::kSilent;
+  if (p[1].revents != 0) return Wait::kWoken;
+  return Wait::kReadable;
+}
+
+// Reads exactly `size` bytes, waiting at most one pause for each piece;
+// returns the number read (short on end of file or silence), or -1 on an
+// error before anything came.
 ssize_t ReadFully(int fd, char* buffer, size_t size) {
   size_t done = 0;
   while (done < size) {
+    if (done > 0 && WaitReadable(fd, kReadPauseMs) != Wait::kReadable) break;
     ssize_t n = read(fd, buffer + done, size - done);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : -1;
@@ -338,6 +355,19 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
     size_t received = 0;
     bool complete = length == 0;  // an empty frame has nothing to read
     for (int pass = 1; pass <= kReadPasses && !complete && !reopen; ++pass) {
+      const Wait wait = WaitReadable(fd, kReadPauseMs, m_PipeReadFd);
+      if (wait == Wait::kWoken) {
+        // Stopping wins over the rest of this event; the caller sees the
+        // wake-up at its next wait.
+        g_Debug.Print(1, "GetEventJson: terminate signaled while receiving on fd=%d --> ignore this event\n", fd);
+        std::free(buffer);
+        return fd;
+      }
+      if (wait == Wait::kSilent) {
+        g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d incomplete (inLength=%d, InMax=%d, RetryCnt=%d) --> continue\n",
+                      fd, static_cast<int>(received), static_cast<int>(length), pass);
+        continue;
+      }
       ssize_t r = read(fd, buffer + received, length - received);
       if (r == 0 && received == 0) {
         g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d failed EOF (inLength=%d, InMax=%d) --> ignore this event!\n",
@@ -345,21 +375,15 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
         std::free(buffer);
         return -1;
       }
-      if (r < 0) {
-        if (errno == EINTR) {
-          g_Debug.Print(1,
-                        "GetEventJson: Event receiving on fd=%d interrupted (errno=EINTR, inLength=%d, InMax=%d) --> retry=%d\n",
-                        fd, static_cast<int>(received), static_cast<int>(length), kReadPasses - pass);
-          sleep(kReadPauseSec);
-          continue;
-        }
-        g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
-                      static_cast<int>(received), static_cast<int>(length));
-        reopen = true;
-        break;
+      if (r < 0 && errno == EINTR) {
+        g_Debug.Print(1,
+                      "GetEventJson: Event receiving on fd=%d interrupted (errno=EINTR, inLength=%d, InMax=%d) --> retry=%d\n",
+                      fd, static_cast<int>(received), static_cast<int>(length), kReadPasses - pass);
+        continue;
       }
-      if (r == 0) {
-        // The peer closed in the middle of the frame: the rest never comes.
+      if (r <= 0) {
+        // An error, or the peer closed in the middle of the frame: the rest
+        // never comes.
         g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
                       static_cast<int>(received), static_cast<int>(length));
         reopen = true;
@@ -372,7 +396,6 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
       }
       g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d incomplete (inLength=%d, InMax=%d, RetryCnt=%d) --> continue\n",
                     fd, static_cast<int>(received), static_cast<int>(length), pass);
-      sleep(kReadPauseSec);
     }
     if (!complete && !reopen) {
       g_Debug.Print(1,
