@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -23,6 +24,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/SipJson.h"
+#include "tests/support/AgentSimulator.h"
 #include "tests/support/ScopedSystemRoot.h"
 
 namespace {
@@ -410,6 +412,18 @@ TEST_F(EventChannelTest, DisableWakesTheThreadWhileItWaitsForTheDaemon) {
   EXPECT_LT(took, 1500ms);
 }
 
+TEST_F(EventChannelTest, DisableWakesTheThreadInTheMiddleOfAFrame) {
+  ASSERT_TRUE(client_.EnableEvents(true));
+  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
+  ASSERT_TRUE(daemon_.Push(Frame(EventText(5, 1)).substr(0, 10)));  // and then silence
+  std::this_thread::sleep_for(200ms);
+
+  auto start = Clock::now();
+  EXPECT_TRUE(client_.EnableEvents(false));
+  EXPECT_LT(Clock::now() - start, 1500ms);
+  EXPECT_FALSE(client_.EventThreadRunning());
+}
+
 TEST_F(EventChannelTest, ThreadEndsWhenTheDaemonStaysAway) {
   setenv("OV_MAXWAIT_FOR_OMAD", "1", 1);  // below one check period: give up at once
   ASSERT_TRUE(client_.EnableEvents(true));
@@ -456,4 +470,56 @@ TEST(EventChannelWithoutDaemonTest, EnableFailsCleanlyAndGetEventRejectsBadDescr
 
   EXPECT_FALSE(client.EventsEnabled());
   EXPECT_TRUE(client.EnableEvents(false)) << "disabling what never ran";
+}
+
+// Against the agent simulator: the real daemon's event behaviour end to end.
+class SimulatorEventTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("OV_MAXWAIT_FOR_OMAD", "20", 1);
+    client_ = std::make_unique<CSwitchClient>();
+    client_->SetApplicationName("event-sim-test");
+    ASSERT_TRUE(client_->RegisterEventHandler(HandlerA, &recorder_));
+    ASSERT_TRUE(client_->EnableEvents(true));
+    ASSERT_TRUE(sim_.waitForEventChannels(1));
+  }
+  void TearDown() override {
+    client_.reset();
+    unsetenv("OV_MAXWAIT_FOR_OMAD");
+  }
+  bool Push(unsigned oi) {
+    return sim_.control("event {\"OC\":770,\"OI\":" + std::to_string(oi) + ",\"CA\":0,\"ST\":0,\"DA\":1}");
+  }
+
+  AgentSimulator sim_;
+  Recorder recorder_;
+  std::unique_ptr<CSwitchClient> client_;
+};
+
+TEST_F(SimulatorEventTest, EventsFlowAgainAfterADaemonRestart) {
+  ASSERT_TRUE(Push(1));
+  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() == 1; }));
+
+  ASSERT_TRUE(sim_.restart());
+  ASSERT_TRUE(sim_.waitForEventChannels(1)) << "the client did not register again";
+  ASSERT_TRUE(Push(2));
+  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() == 2; }));
+  EXPECT_EQ(recorder_.Calls(), (std::vector<std::string>{"A:1", "A:2"}));
+}
+
+TEST_F(SimulatorEventTest, MalformedFramesAreDroppedAndLaterEventsArrive) {
+  ASSERT_TRUE(sim_.control("event-raw-zero"));
+  ASSERT_TRUE(sim_.control("event-raw-garbage"));
+  ASSERT_TRUE(sim_.control("event-text {\"SIP\":{\"V\":2,\"CMD\":[{\"OC\":1}]}}"));
+  ASSERT_TRUE(Push(1));
+  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() >= 1; }));
+
+  // Half a frame and silence: after its bounded passes the client reopens
+  // the channel rather than waiting for ever.
+  ASSERT_TRUE(sim_.control("event-raw-truncated"));
+  ASSERT_TRUE(WaitFor([&] { return sim_.query("status").find("event-channels=0") != std::string::npos; }, 20000ms));
+  ASSERT_TRUE(sim_.waitForEventChannels(1));
+  ASSERT_TRUE(Push(2));
+  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() >= 2; }));
+  EXPECT_EQ(recorder_.Calls(), (std::vector<std::string>{"A:1", "A:2"}));
 }
