@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -82,8 +83,12 @@ void RoundTrip(const uint8_t* data, size_t size) {
 
 const std::string& RegistryPath() {
   static const std::string path = [] {
-    char pattern[] = "/tmp/zx-registry-fuzz-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) abort();
+    // Memory-backed when possible: every input is written to a file.
+    static std::string made =
+        std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + "/zx-registry-fuzz-XXXXXX";
+    if (mkdtemp(made.data()) == nullptr) abort();
+    atexit([] { std::filesystem::remove_all(made); });
+    const char* pattern = made.c_str();
     setenv(CSystemRoot::kEnvironmentVariable, pattern, 1);
     std::string dir = std::string(pattern) + "/etc";
     mkdir(dir.c_str(), 0755);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 
@@ -17,9 +18,12 @@ namespace {
 
 const std::string& ScratchDir() {
   static const std::string dir = [] {
-    char pattern[] = "/tmp/zx-ini-fuzz-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) abort();
-    return std::string(pattern);
+    // Memory-backed when possible: every input is written to a file.
+    static std::string made =
+        std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + "/zx-ini-fuzz-XXXXXX";
+    if (mkdtemp(made.data()) == nullptr) abort();
+    atexit([] { std::filesystem::remove_all(made); });
+    return made;
   }();
   return dir;
 }
