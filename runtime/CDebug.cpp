@@ -537,12 +537,13 @@ void CDebug::TraceToRingBuffer(const char* client, const char* fmt, va_list args
 
 void CDebug::WriteRingRecord(const char* record, size_t length) {
   if (length + m_TrailerLength > m_RingSize) return;
+  // The header rewrite of a wrap reuses the record buffer: keep the pending
+  // record here.
+  char pending[kRecordBufferSize];
   if (m_RingWriteOffset + m_TrailerLength + length > m_RingSize) {
     // A header line that does not fit a (tiny) ring is dropped rather than
     // starting a wrap inside the header.
     if (m_WritingHeader) return;
-    // The header rewrite reuses the record buffer: keep the pending record.
-    char pending[kRecordBufferSize];
     if (record == m_RecordBuffer) {
       memcpy(pending, record, length);
       record = pending;
