@@ -102,6 +102,8 @@ class ProgramRun {
       if (out < 0 || err < 0) _exit(125);
       dup2(out, 1);
       dup2(err, 2);
+      struct rlimit noCore = {0, 0};  // a deliberate abort leaves no core file
+      setrlimit(RLIMIT_CORE, &noCore);
       if (launch.fileSizeLimit != 0) {
         signal(SIGXFSZ, SIG_IGN);
         struct rlimit limit = {launch.fileSizeLimit, launch.fileSizeLimit};
@@ -288,6 +290,24 @@ TEST(FaultInjectionReplyTest, ConnectionClosedMidReply) {
   EXPECT_NE(report.find("System Event Log"), std::string::npos);
   EXPECT_NE(report.find("</html>"), std::string::npos);
   EXPECT_GT(outcome.seconds, 5.0);  // the retries are paced, not skipped
+}
+
+// An event log record with a severity outside 0..3 stops the report on
+// purpose: the run must neither claim success nor leave a partial report;
+// only the probe's empty file remains.
+TEST(FaultInjectionReplyTest, UnknownEventSeverityWritesNoReport) {
+  AgentSimulator sim;
+  const std::string path = sim.path("/report.html");
+  // One record: length 20, severity 4, code 1, time 1, message "hi!".
+  ASSERT_TRUE(sim.control(
+      "set 2832 0 0 {\"ST\":0,\"DA\":{\"RAW\":[20,0,0,4,1,0,0,0,1,0,0,0,0,0,0,0,104,105,33,0]}}"));
+  ProgramRun run({{"-output", path}}, sim.root());
+  Outcome outcome = run.wait(milliseconds(20000));
+  EXPECT_FALSE(outcome.timedOut);
+  EXPECT_TRUE(outcome.signal != 0 || outcome.exitStatus != 0);
+  EXPECT_EQ(outcome.out.find("Successfuly write"), std::string::npos);
+  EXPECT_NE(run.errorOutput().find("map::at"), std::string::npos);
+  EXPECT_EQ(fs::file_size(path), 0u);
 }
 
 // ---------------------------------------------------------------------------
