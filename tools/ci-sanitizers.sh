@@ -12,9 +12,10 @@ set -eu
 cd "$(dirname "$0")/.."
 jobs=${ZX_JOBS:-2}
 fuzz_seconds=${ZX_FUZZ_SECONDS:-30}
-# Test names that exercise threads, events, locks or the simulator's
-# concurrent connections.
-thread_tests=${ZX_THREAD_TESTS:-'Thread|Event|Lock|CriticalSection|Concurren|Mutex|Parallel|Race'}
+# Test suites that start threads or share locks: thread and lock classes,
+# the trace log, the event thread, the switch client and its readiness wait,
+# the channel tests against threaded fake daemons, the simulator's server.
+thread_tests=${ZX_THREAD_TESTS:-'Thread|Lock|CriticalSection|Event|Debug|SwitchClient|Readiness|WaitForService|ChannelDaemon|SocketPair|AgentSimServe'}
 asan=${ZX_ASAN_BUILD:-build-hard/asan}
 tsan=${ZX_TSAN_BUILD:-build-hard/tsan}
 
