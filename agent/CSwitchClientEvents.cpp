@@ -1,6 +1,7 @@
 // Event side of CSwitchClient: the event channel, the event thread that
 // reads it, and the handler map the thread calls.
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/select.h>
@@ -93,7 +94,8 @@ bool CSwitchClient::EnableEvents(bool enable, bool) {
   }
 
   int pipeFds[2];
-  if (pipe(pipeFds) != 0) {
+  // Close-on-exec: a browser started later must not inherit the pipe.
+  if (pipe2(pipeFds, O_CLOEXEC) != 0) {
     g_Debug.Print(1, "JsonEnableEvents: ## ERROR: Cannot create pipe for termination thread\n");
     return false;
   }
