@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "html/StatusIcons.h"
+#include "pages/ZentrixHealth.h"
+#include "pages/ZentrixInformation.h"
+#include "tests/support/AgentSimulator.h"
 
 namespace {
 
@@ -37,9 +40,15 @@ bool MatchesClock(const std::string& text, const std::string& pattern) {
   return true;
 }
 
+// The pages attach to the agent while the document renders.
+class ZentrixDocumentTest : public ::testing::Test {
+ protected:
+  AgentSimulator sim_;
+};
+
 }  // namespace
 
-TEST(ZentrixDocumentTest, SkeletonWrapsTitleTimestampAndScriptWithoutFinalNewline) {
+TEST_F(ZentrixDocumentTest, SkeletonWrapsTitleTimestampAndScriptWithoutFinalNewline) {
   Zentrix document;
   const std::string html = document.renderContent();
   EXPECT_EQ(document.getTitle(), "Zentrix");
@@ -50,9 +59,14 @@ TEST(ZentrixDocumentTest, SkeletonWrapsTitleTimestampAndScriptWithoutFinalNewlin
   EXPECT_EQ(html.substr(html.size() - (sizeof kTail - 1)), kTail);
   EXPECT_NE(html.back(), '\n');
 
-  const std::string heading = Between(html, kStyleEnd, "\n  <script>");
-  ASSERT_TRUE(MatchesClock(heading, "Zentrix</h2>\n    <h3>####-##-## ##:##:##</h3>\n  </div>"))
-      << heading;
+  const std::string heading = Between(html, kStyleEnd, "\n  </div>");
+  EXPECT_TRUE(MatchesClock(heading, "Zentrix</h2>\n    <h3>####-##-## ##:##:##</h3>")) << heading;
+
+  // The information page, then the health page, right after the heading.
+  const std::vector<HTMLComponent*> pages = document.getNodes();
+  ASSERT_EQ(pages.size(), 2u);
+  EXPECT_NE(dynamic_cast<ZentrixInformation*>(pages[0]), nullptr);
+  EXPECT_NE(dynamic_cast<ZentrixHealth*>(pages[1]), nullptr);
 
   const std::string script = Between(html, kScriptStart, kTail);
   EXPECT_EQ(script.find('\n'), std::string::npos);
@@ -62,7 +76,7 @@ TEST(ZentrixDocumentTest, SkeletonWrapsTitleTimestampAndScriptWithoutFinalNewlin
             std::string::npos);
 }
 
-TEST(ZentrixDocumentTest, StyleSheetIsMinifiedWithRulesInOrder) {
+TEST_F(ZentrixDocumentTest, StyleSheetIsMinifiedWithRulesInOrder) {
   Zentrix document;
   const std::string html = document.renderContent();
   const std::string css = Between(html, "<style>\n    ", "\n  </style>");
@@ -105,7 +119,7 @@ TEST(ZentrixDocumentTest, StyleSheetIsMinifiedWithRulesInOrder) {
             ".icon{width:22px;min-height:16px;background-position:left 10px center}");
 }
 
-TEST(ZentrixDocumentTest, TimestampIsLocalTime) {
+TEST(ZentrixTimestampTest, IsLocalTime) {
   // A fixed zone far from UTC makes a UTC-formatted stamp fail.
   const char* oldTz = getenv("TZ");
   const std::string saved = oldTz ? oldTz : "";
