@@ -6,102 +6,66 @@
 
 namespace {
 
-ComponentStatus Status(ComponentStatusValue v, const char* text) { return {v, text}; }
+using CS = ComponentStatus;
 
-TEST(TextMapTest, EveryMapHoldsItsRowsAndNoneOutsideTheStatusRange) {
-  TextMap maps;
-  EXPECT_EQ(maps.fanStatusMap.size(), 7u);
-  EXPECT_EQ(maps.fanTypeMap.size(), 6u);
-  EXPECT_EQ(maps.tempSensorStatusMap.size(), 7u);
-  EXPECT_EQ(maps.tempSensorTypeMap.size(), 6u);
-  EXPECT_EQ(maps.powerSupplyStatusMap.size(), 12u);
-  EXPECT_EQ(maps.raidAdapterStatusMap.size(), 4u);
-  EXPECT_EQ(maps.raidPhysicalDriveStatusMap.size(), 16u);
-  EXPECT_EQ(maps.raidPhysicalDriveSmartStatusMap.size(), 3u);
-  EXPECT_EQ(maps.raidPhysicalDriveInterfaceMap.size(), 17u);
-  EXPECT_EQ(maps.raidPhysicalDriveFailureMap.size(), 3u);
-  EXPECT_EQ(maps.raidLogicalDriveStatusMap.size(), 6u);
-  EXPECT_EQ(maps.drvMonComponentStatusMap.size(), 6u);
-  EXPECT_EQ(maps.voltageStatusMap.size(), 6u);
-  EXPECT_EQ(maps.memoryModuleStatusMap.size(), 10u);
-  EXPECT_EQ(maps.processorStatusMap.size(), 7u);
-  EXPECT_EQ(maps.pciSlotStatusMap.size(), 8u);
-  EXPECT_EQ(maps.raidStatusMap.size(), 4u);
-
-  for (const TextMap::StatusMap* m :
-       {&maps.fanStatusMap, &maps.tempSensorStatusMap, &maps.powerSupplyStatusMap,
-        &maps.raidAdapterStatusMap, &maps.raidPhysicalDriveStatusMap,
-        &maps.raidPhysicalDriveFailureMap, &maps.raidLogicalDriveStatusMap,
-        &maps.drvMonComponentStatusMap, &maps.voltageStatusMap, &maps.memoryModuleStatusMap,
-        &maps.processorStatusMap, &maps.pciSlotStatusMap, &maps.raidStatusMap}) {
-    for (const auto& [code, status] : *m) {
+TEST(TextMapTest, EveryStatusMapHoldsItsRowsWithinTheStatusRange) {
+  TextMap m;
+  const std::pair<const TextMap::StatusMap*, size_t> maps[] = {
+      {&m.fanStatusMap, 7},           {&m.tempSensorStatusMap, 7},        {&m.powerSupplyStatusMap, 12},
+      {&m.raidAdapterStatusMap, 4},   {&m.raidPhysicalDriveStatusMap, 16}, {&m.raidPhysicalDriveFailureMap, 3},
+      {&m.raidLogicalDriveStatusMap, 6}, {&m.drvMonComponentStatusMap, 6}, {&m.voltageStatusMap, 6},
+      {&m.memoryModuleStatusMap, 10}, {&m.processorStatusMap, 7},          {&m.pciSlotStatusMap, 8},
+      {&m.raidStatusMap, 4}};
+  for (const auto& [map, size] : maps) {
+    EXPECT_EQ(map->size(), size);
+    for (const auto& [code, status] : *map) {
       EXPECT_LE(status.value, STATUS_SHIELDED) << "code " << code;
       EXPECT_FALSE(status.text.empty()) << "code " << code;
     }
   }
 }
 
-TEST(TextMapTest, IrregularRowsKeepTheirOddities) {
-  TextMap maps;
-  // Temperature code 2 is missing on purpose; 6 and 7 repeat 1 and 4.
-  EXPECT_EQ(TextMap::lookup(maps.tempSensorStatusMap, 2), ComponentStatus());
-  EXPECT_EQ(TextMap::lookup(maps.tempSensorStatusMap, 6), Status(STATUS_NORMAL, "OK"));
-  EXPECT_EQ(TextMap::lookup(maps.tempSensorStatusMap, 7), Status(STATUS_WARNING, "Warning"));
-  // PCI 128 is "OK" drawn as a warning; 129 is not known.
-  EXPECT_EQ(TextMap::lookup(maps.pciSlotStatusMap, 128), Status(STATUS_WARNING, "OK"));
-  EXPECT_EQ(TextMap::lookup(maps.pciSlotStatusMap, 129), ComponentStatus());
-  EXPECT_EQ(TextMap::lookup(maps.pciSlotStatusMap, 0), Status(STATUS_NORMAL, "OK"));
-  EXPECT_EQ(TextMap::lookup(maps.raidAdapterStatusMap, 255), Status(STATUS_ERROR, "Unknow"));
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveStatusMap, 14),
-            Status(STATUS_SHIELDED, "Shielded"));
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveStatusMap, 255), Status(STATUS_UNKNOWN, "Unknown"));
-  EXPECT_EQ(TextMap::lookup(maps.raidStatusMap, 0), Status(STATUS_UNKNOWN, "Unknown"));
-  EXPECT_EQ(TextMap::lookup(maps.powerSupplyStatusMap, 10), Status(STATUS_WARNING, "AC Failure"));
-  EXPECT_EQ(TextMap::lookup(maps.powerSupplyStatusMap, 2), Status(STATUS_ERROR, "Present and failed"));
-  EXPECT_EQ(TextMap::lookup(maps.fanStatusMap, 0), Status(STATUS_NOT_PRESENT, "Disabled"));
-  EXPECT_EQ(TextMap::lookup(maps.memoryModuleStatusMap, 9), Status(STATUS_NORMAL, "Hidden"));
-  EXPECT_EQ(TextMap::lookup(maps.processorStatusMap, 5), Status(STATUS_WARNING, "Not Terminated"));
-  EXPECT_EQ(TextMap::lookup(maps.voltageStatusMap, 3), Status(STATUS_WARNING, "Too High"));
-  EXPECT_EQ(TextMap::lookup(maps.drvMonComponentStatusMap, 3), Status(STATUS_ERROR, "Critical"));
-  EXPECT_EQ(TextMap::lookup(maps.raidLogicalDriveStatusMap, 4), Status(STATUS_WARNING, "Impacted"));
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveFailureMap, 255),
-            Status(STATUS_UNKNOWN, "Status unknown"));
+TEST(TextMapTest, IrregularCodesAndUnknownCodesAreRemembered) {
+  TextMap m;
+  const struct {
+    TextMap::StatusMap* map;
+    unsigned code;
+    CS expected;
+    bool unknown;  // inserted with the default on the first lookup
+  } cases[] = {
+      {&m.fanStatusMap, 7, CS(), true},
+      {&m.tempSensorStatusMap, 2, CS(), true},  // missing on purpose between 1 and 3
+      {&m.tempSensorStatusMap, 7, CS(STATUS_WARNING, "Warning"), false},
+      {&m.pciSlotStatusMap, 128, CS(STATUS_WARNING, "OK"), false},
+      {&m.pciSlotStatusMap, 129, CS(), true},
+      {&m.raidPhysicalDriveStatusMap, 14, CS(STATUS_SHIELDED, "Shielded"), false},
+      {&m.raidAdapterStatusMap, 255, CS(STATUS_ERROR, "Unknow"), false},
+      {&m.raidStatusMap, 0, CS(STATUS_UNKNOWN, "Unknown"), false},
+      {&m.powerSupplyStatusMap, 10, CS(STATUS_WARNING, "AC Failure"), false},
+      {&m.fanStatusMap, 0, CS(STATUS_NOT_PRESENT, "Disabled"), false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.code);
+    const size_t before = c.map->size();
+    // Asked twice: the same answer, and the map grows at most once.
+    EXPECT_EQ(TextMap::lookup(*c.map, c.code), c.expected);
+    EXPECT_EQ(TextMap::lookup(*c.map, c.code), c.expected);
+    EXPECT_EQ(c.map->size(), before + (c.unknown ? 1 : 0));
+  }
+  EXPECT_EQ(TextMap::lookup(m.raidPhysicalDriveInterfaceMap, 15), "NVMe");
+  EXPECT_EQ(TextMap::lookup(m.raidPhysicalDriveSmartStatusMap, 255), "S.M.A.R.T. status unknown");
+  EXPECT_EQ(TextMap::lookup(m.fanTypeMap, 0xFFFFFFFFu), "");
+  EXPECT_EQ(m.fanTypeMap.count(0xFFFFFFFFu), 1u);
 
-  EXPECT_EQ(TextMap::lookup(maps.fanTypeMap, 1), "CPU on-chip");
-  EXPECT_EQ(TextMap::lookup(maps.tempSensorTypeMap, 5), "Power Plane Sensor");
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveSmartStatusMap, 255), "S.M.A.R.T. status unknown");
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveInterfaceMap, 3), "Firewire IEEE 1394");
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveInterfaceMap, 15), "NVMe");
-  EXPECT_EQ(TextMap::lookup(maps.raidPhysicalDriveInterfaceMap, 255), "Unknown");
-}
-
-TEST(TextMapTest, UnknownCodesAreRememberedWithTheDefault) {
-  TextMap maps;
-  EXPECT_EQ(TextMap::lookup(maps.fanStatusMap, 7), ComponentStatus());
-  EXPECT_EQ(maps.fanStatusMap.size(), 8u);
-  EXPECT_EQ(maps.fanStatusMap.count(7), 1u);
-  // Asking again neither grows the map nor changes the answer.
-  EXPECT_EQ(TextMap::lookup(maps.fanStatusMap, 7), ComponentStatus());
-  EXPECT_EQ(maps.fanStatusMap.size(), 8u);
-
-  EXPECT_EQ(TextMap::lookup(maps.fanTypeMap, 0xFFFFFFFFu), "");
-  EXPECT_EQ(maps.fanTypeMap.size(), 7u);
-  EXPECT_EQ(maps.fanTypeMap.count(0xFFFFFFFFu), 1u);
-
-  // A known code leaves the map as it is, and the answer is a copy.
-  ComponentStatus ok = TextMap::lookup(maps.fanStatusMap, 1);
+  // The answer is a copy; refilling restores rows but keeps remembered codes.
+  CS ok = TextMap::lookup(m.voltageStatusMap, 1);
   ok.text = "changed";
-  EXPECT_EQ(TextMap::lookup(maps.fanStatusMap, 1), Status(STATUS_NORMAL, "OK"));
-  EXPECT_EQ(maps.fanStatusMap.size(), 8u);
-}
-
-TEST(TextMapTest, RefillingRestoresRowsButKeepsRememberedCodes) {
-  TextMap maps;
-  maps.voltageStatusMap[1] = Status(STATUS_ERROR, "tampered");
-  TextMap::lookup(maps.voltageStatusMap, 42);
-  maps.initializeMaps();
-  EXPECT_EQ(TextMap::lookup(maps.voltageStatusMap, 1), Status(STATUS_NORMAL, "OK"));
-  EXPECT_EQ(maps.voltageStatusMap.size(), 7u);
+  m.voltageStatusMap[2] = CS(STATUS_ERROR, "tampered");
+  TextMap::lookup(m.voltageStatusMap, 42);
+  m.initializeMaps();
+  EXPECT_EQ(TextMap::lookup(m.voltageStatusMap, 1), CS(STATUS_NORMAL, "OK"));
+  EXPECT_EQ(TextMap::lookup(m.voltageStatusMap, 2), CS(STATUS_WARNING, "Too Low"));
+  EXPECT_EQ(m.voltageStatusMap.size(), 7u);
 }
 
 }  // namespace

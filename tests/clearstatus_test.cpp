@@ -3,15 +3,14 @@
 // requests the agent received.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/AgentSimulator.h"
+#include "tests/support/ScopedSystemRoot.h"
 
 namespace {
 
@@ -24,32 +23,21 @@ struct RunResult {
 // error discarded; the agent's system root is inherited via ZENTRIX_ROOT.
 RunResult RunZentrix(const std::string& args) {
   RunResult result;
-  const std::string command = std::string(ZX_ZENTRIX_BIN) + " " + args + " 2>/dev/null";
-  FILE* pipe = popen(command.c_str(), "r");
+  FILE* pipe = popen((std::string(ZX_ZENTRIX_BIN) + " " + args + " 2>/dev/null").c_str(), "r");
   if (pipe == nullptr) return result;
   char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0) result.out.append(buffer, n);
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.out.append(buffer, n);
   const int status = pclose(pipe);
   if (status != -1 && WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
   return result;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void WriteFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-size_t CountResets(const std::vector<std::string>& requests) {
-  size_t resets = 0;
-  for (const std::string& request : requests)
-    if (request.find("\"OC\":6154") != std::string::npos) ++resets;
+// The recorded reset requests (value id 0x180A).
+std::vector<std::string> Resets(const AgentSimulator& sim) {
+  std::vector<std::string> resets;
+  for (const std::string& request : sim.requests()) {
+    if (request.find("\"OC\":6154") != std::string::npos) resets.push_back(request);
+  }
   return resets;
 }
 
@@ -57,7 +45,7 @@ TEST(ClearStatusTest, UnreachableAgentEndsTheRunBeforeAnyRequest) {
   AgentSimulator sim;
   ASSERT_TRUE(sim.stop());
   const std::string output = sim.path("/report.html");
-  WriteFile(output, "left from an earlier run");
+  std::ofstream(output) << "left from an earlier run";
 
   RunResult run = RunZentrix("-clearstatus -output " + output);
   EXPECT_EQ(run.exitStatus, 255);
@@ -65,62 +53,39 @@ TEST(ClearStatusTest, UnreachableAgentEndsTheRunBeforeAnyRequest) {
             "\nClearing Driver Monitor status for all components..."
             "\n ERROR: Orvana Agentless Service could not be connected\n");
   // The probe emptied the file before the agent was tried.
-  EXPECT_EQ(ReadFile(output), "");
+  EXPECT_EQ(ScopedSystemRoot::readFile(output), "");
   EXPECT_TRUE(sim.requests().empty());
 }
 
-TEST(ClearStatusTest, ResetIsSentAndReportedBeforeTheReport) {
-  AgentSimulator sim;
-  const std::string output = sim.path("/report.html");
-  RunResult run = RunZentrix("-clearstatus -output " + output);
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_EQ(run.out.rfind("\nClearing Driver Monitor status for all components...\nStatus clear success."
-                          "\nGenerating HTML report...",
-                          0),
-            0u)
-      << run.out;
-  EXPECT_NE(run.out.find("\nSuccessfuly write HTML file \"" + output + "\"\n"), std::string::npos);
-
-  const std::vector<std::string> requests = sim.requests();
-  ASSERT_EQ(CountResets(requests), 1u);
-  for (const std::string& request : requests) {
-    if (request.find("\"OC\":6154") == std::string::npos) continue;
-    EXPECT_NE(request.find("\"DA\":1"), std::string::npos) << request;
-    EXPECT_NE(request.find("\"ST\":0"), std::string::npos) << request;
-    EXPECT_EQ(request.find("\"OE\""), std::string::npos) << request;
-    EXPECT_EQ(request.find("\"OI\""), std::string::npos) << request;
-  }
-}
-
-TEST(ClearStatusTest, RefusedResetIsReportedAndTheReportStillWritten) {
-  char pattern[] = "/tmp/zentrix-profile-XXXXXX";
-  const int fd = mkstemp(pattern);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  const std::string profile = pattern;
-  WriteFile(profile, R"({"overrides": [{"OC": "0x180A", "ST": 4}]})");
-
-  {
-    AgentSimulator::Options options;
-    options.profile = profile;
-    AgentSimulator sim(options);
-    const std::string output = sim.path("/report.html");
-    RunResult run = RunZentrix("-clearstatus -output " + output);
-    EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_NE(run.out.find("\nStatus clear failed.\nGenerating HTML report..."), std::string::npos) << run.out;
-    EXPECT_EQ(CountResets(sim.requests()), 1u);
-    EXPECT_NE(ReadFile(output), "");
-  }
-  unlink(profile.c_str());
-}
-
-TEST(ClearStatusTest, NoResetWithoutTheSwitch) {
+TEST(ClearStatusTest, ResetOnlyWithTheSwitchAndItsOutcomeReportedBeforeTheReport) {
   AgentSimulator sim;
   const std::string output = sim.path("/report.html");
   RunResult run = RunZentrix("-output " + output);
   EXPECT_EQ(run.exitStatus, 0);
   EXPECT_EQ(run.out.find("Clearing"), std::string::npos);
-  EXPECT_EQ(CountResets(sim.requests()), 0u);
+  EXPECT_TRUE(Resets(sim).empty());
+
+  run = RunZentrix("-clearstatus -output " + output);
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.out, "\nClearing Driver Monitor status for all components...\nStatus clear success."
+                     "\nGenerating HTML report...\nSuccessfuly write HTML file \"" + output + "\"\n");
+  const std::vector<std::string> resets = Resets(sim);
+  ASSERT_EQ(resets.size(), 1u);
+  for (const char* member : {"\"DA\":1", "\"ST\":0"}) EXPECT_NE(resets[0].find(member), std::string::npos) << resets[0];
+  for (const char* member : {"\"OE\"", "\"OI\""}) EXPECT_EQ(resets[0].find(member), std::string::npos) << resets[0];
+
+  // A refused reset is reported and the report still written.
+  ASSERT_TRUE(sim.control(R"(set 0x180A 0 0 {"ST":4})"));
+  sim.clearRequests();
+  run = RunZentrix("-clearstatus -output " + output);
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.out.rfind("\nClearing Driver Monitor status for all components...\nStatus clear failed."
+                          "\nGenerating HTML report...",
+                          0),
+            0u)
+      << run.out;
+  EXPECT_EQ(Resets(sim).size(), 1u);
+  EXPECT_NE(ScopedSystemRoot::readFile(output), "");
 }
 
 }  // namespace
