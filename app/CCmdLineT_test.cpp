@@ -64,7 +64,8 @@ TEST(CCmdLineTTest, LookupsProgramNameAndCaseSensitivity) {
   Split(cmd, {"/usr/bin/Zentrix", "-Output", "r.html"});
   EXPECT_EQ(cmd.GetProgramName(), "Zentrix");
   for (const char* name : {"output", "OUTPUT", "-oUtput"}) EXPECT_NE(cmd.GetSwitch(name), cmd.end()) << name;
-  for (const char* name : {"-", "", "outpu", static_cast<const char*>(nullptr)}) EXPECT_EQ(cmd.GetSwitch(name), cmd.end());
+  for (const char* name : {"-", "", "outpu"}) EXPECT_EQ(cmd.GetSwitch(name), cmd.end()) << name;
+  EXPECT_EQ(cmd.GetSwitch(nullptr), cmd.end());
   Split(cmd, {"dir/sub/"});
   EXPECT_EQ(cmd.GetProgramName(), "");
   EXPECT_EQ(cmd.SplitLine(0, nullptr, true), 0);

@@ -11,21 +11,13 @@
 namespace {
 
 // Counts destructions so ownership through the composite can be checked.
-class CountingLeaf : public HTMLComponent {
- public:
-  CountingLeaf(std::string html, int* destroyed) : html_(std::move(html)), destroyed_(destroyed) {}
-  ~CountingLeaf() override { ++*destroyed_; }
-  std::string renderContent() override { return html_; }
-
- private:
-  std::string html_;
-  int* destroyed_;
+struct CountingLeaf : HTMLComponent {
+  CountingLeaf(std::string text, int* count) : html(std::move(text)), destroyed(count) {}
+  ~CountingLeaf() override { ++*destroyed; }
+  std::string renderContent() override { return html; }
+  std::string html;
+  int* destroyed;
 };
-
-const char kTableHead[] =
-    "\n      <table class=\"data-table component-table\">\n        <thead>\n          <tr>";
-const char kTableBodyOpen[] = "\n          </tr>\n        </thead>\n        <tbody>";
-const char kTableClose[] = "\n        </tbody>\n      </table>";
 
 }  // namespace
 
@@ -33,20 +25,23 @@ TEST(TableComponentTest, RendersHeaderRowsWithStatusCellAndNAForEmptyCells) {
   TableComponent table;
   table.addColumn("Status");
   table.addColumn("Name");
-  const std::string head = std::string(kTableHead) + "\n            <th>Status</th>\n            <th>Name</th>";
-  EXPECT_EQ(table.renderContent(), head + kTableBodyOpen + kTableClose);
+  const std::string head =
+      "\n      <table class=\"data-table component-table\">\n        <thead>\n          <tr>"
+      "\n            <th>Status</th>\n            <th>Name</th>\n          </tr>\n        </thead>\n        <tbody>";
+  const std::string tail = "\n        </tbody>\n      </table>";
+  EXPECT_EQ(table.renderContent(), head + tail);
 
   // Text goes out unescaped; the cell count is not checked.
   table.addRow(ComponentStatus(STATUS_WARNING, "Warning"), {"Fan 1", "", "<b>&"});
   table.addRow(ComponentStatus(STATUS_UNKNOWN, "Unknown"), {});
   EXPECT_EQ(table.renderContent(),
-            head + kTableBodyOpen +
+            head +
                 "\n          <tr>\n            <td class=\"status-warning icon status\">Warning</td>"
                 "\n            <td>Fan 1</td>\n            <td>N/A</td>\n            <td><b>&</td>"
                 "\n          </tr>"
                 "\n          <tr>\n            <td class=\"status-not-present icon status\">Unknown</td>"
                 "\n          </tr>" +
-                kTableClose);
+                tail);
 }
 
 TEST(TableComponentTest, StatusClassesOfRowsAndSections) {
@@ -57,10 +52,8 @@ TEST(TableComponentTest, StatusClassesOfRowsAndSections) {
   } cases[] = {{STATUS_NORMAL, "status-normal", " status-normal"},
                {STATUS_WARNING, "status-warning", " status-warning"},
                {STATUS_ERROR, "status-error", " status-error"},
-               {STATUS_NOT_PRESENT, "status-not-present", ""},
-               {STATUS_UNKNOWN, "status-not-present", ""},
-               {STATUS_SHIELDED, "status-not-present", ""},
-               {static_cast<ComponentStatusValue>(77), "status-not-present", ""}};
+               {STATUS_NOT_PRESENT, "status-not-present", ""}, {STATUS_UNKNOWN, "status-not-present", ""},
+               {STATUS_SHIELDED, "status-not-present", ""}, {ComponentStatusValue(77), "status-not-present", ""}};
   CollapsibleComposite section;
   for (const auto& c : cases) {
     section.setStatus(c.value);
@@ -93,7 +86,6 @@ TEST(HTMLCompositeTest, SectionsRenderChildrenInOrderAndDeleteEachOnce) {
   int destroyed = 0;
   {
     auto root = std::make_unique<HTMLComposite>();
-    EXPECT_EQ(root->renderContent(), "");
     auto* section = new CollapsibleComposite;  // status never set
     section->setTitle("Fans & Power");
     section->add(new CountingLeaf("a", &destroyed));
@@ -108,8 +100,7 @@ TEST(HTMLCompositeTest, SectionsRenderChildrenInOrderAndDeleteEachOnce) {
         "\n    <div class=\"content\">abc\n    </div>";
     EXPECT_EQ(root->renderContent(), expected);
     EXPECT_EQ(root->renderContent(), expected);
-    ASSERT_EQ(root->getNodes().size(), 1u);
-    EXPECT_EQ(root->getNodes()[0], section);
+    EXPECT_EQ(root->getNodes(), std::vector<HTMLComponent*>{section});
   }
   EXPECT_EQ(destroyed, 3);
 }

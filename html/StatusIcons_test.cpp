@@ -2,82 +2,76 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
 
-// Strict decoder: a character outside the alphabet or padding anywhere but
-// at the end fails, so a damaged literal cannot slip through.
-bool DecodeBase64(const std::string& text, std::vector<uint8_t>& out) {
+// Strict decoder: "" when a character is outside the alphabet or padding is
+// misplaced, so a damaged literal cannot slip through.
+std::string DecodeBase64(const std::string& text) {
   static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  if (text.size() % 4 != 0) return false;
-  const size_t padding = text.size() - std::min(text.find_last_not_of('=') + 1, text.size());
-  if (padding > 2) return false;
+  const size_t end = text.find_last_not_of('=') + 1;
+  if (text.size() % 4 != 0 || text.size() - end > 2) return "";
+  std::string out;
   uint32_t bits = 0;
   int pending = 0;
-  for (size_t i = 0; i < text.size() - padding; ++i) {
+  for (size_t i = 0; i < end; ++i) {
     const size_t value = alphabet.find(text[i]);
-    if (value == std::string::npos) return false;
-    bits = (bits << 6) | static_cast<uint32_t>(value);
-    if ((pending += 6) >= 8) out.push_back(static_cast<uint8_t>(bits >> (pending -= 8)));
+    if (value == std::string::npos) return "";
+    bits = bits << 6 | static_cast<uint32_t>(value);
+    if ((pending += 6) >= 8) out += static_cast<char>(bits >> (pending -= 8));
   }
-  return true;
+  return out;
 }
 
-uint32_t BigEndian32(const uint8_t* p) { return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | p[2] << 8 | p[3]; }
+uint32_t BigEndian32(const std::string& bytes, size_t at) {
+  uint32_t value = 0;
+  for (size_t i = at; i < at + 4; ++i) value = value << 8 | static_cast<uint8_t>(bytes[i]);
+  return value;
+}
 
-uint32_t Crc32(const uint8_t* data, size_t size) {
+uint32_t Crc32(const std::string& bytes) {
   uint32_t crc = 0xFFFFFFFFu;
-  for (size_t i = 0; i < size; ++i) {
-    crc ^= data[i];
+  for (char byte : bytes) {
+    crc ^= static_cast<uint8_t>(byte);
     for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
   }
   return ~crc;
 }
 
-// Walks the chunk list into (type, data) pairs; false on a bad signature,
-// truncation or CRC.
-bool ParsePng(const std::vector<uint8_t>& png, std::vector<std::pair<std::string, std::vector<uint8_t>>>& chunks) {
-  static const uint8_t signature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-  if (png.size() < 8 || std::memcmp(png.data(), signature, 8) != 0) return false;
-  for (size_t pos = 8; pos < png.size();) {
-    if (png.size() - pos < 12) return false;
-    const uint32_t length = BigEndian32(&png[pos]);
-    if (png.size() - pos - 12 < length) return false;
-    const uint8_t* typeAndData = &png[pos + 4];
-    if (BigEndian32(typeAndData + 4 + length) != Crc32(typeAndData, 4 + length)) return false;
-    chunks.emplace_back(std::string(reinterpret_cast<const char*>(typeAndData), 4),
-                        std::vector<uint8_t>(typeAndData + 4, typeAndData + 4 + length));
-    pos += 12 + length;
+using Chunk = std::pair<std::string, std::string>;  // type, data
+
+// The chunks of a PNG file; none on a bad signature, truncation or CRC.
+std::vector<Chunk> ParsePng(const std::string& png) {
+  if (png.compare(0, 8, "\x89PNG\r\n\x1A\n") != 0) return {};
+  std::vector<Chunk> chunks;
+  for (size_t pos = 8; pos < png.size(); pos += 12 + chunks.back().second.size()) {
+    if (png.size() - pos < 12 || png.size() - pos - 12 < BigEndian32(png, pos)) return {};
+    const uint32_t length = BigEndian32(png, pos);
+    if (BigEndian32(png, pos + 8 + length) != Crc32(png.substr(pos + 4, 4 + length))) return {};
+    chunks.emplace_back(png.substr(pos + 4, 4), png.substr(pos + 8, length));
   }
-  return true;
+  return chunks;
 }
 
 }  // namespace
 
 TEST(StatusIconsTest, EachIconIsAWellFormed16x16RgbaPngOfTheFixedLength) {
-  const struct {
-    const char* base64;
-    size_t length;
-  } icons[] = {{StatusIcons::kNormal, 724}, {StatusIcons::kWarning, 536},
-               {StatusIcons::kError, 596},  {StatusIcons::kNotPresent, 1068}};
-  for (const auto& icon : icons) {
-    SCOPED_TRACE(icon.length);
-    EXPECT_EQ(strlen(icon.base64), icon.length);
-    std::vector<uint8_t> png;
-    std::vector<std::pair<std::string, std::vector<uint8_t>>> chunks;
-    ASSERT_TRUE(DecodeBase64(icon.base64, png));
-    ASSERT_TRUE(ParsePng(png, chunks));
+  const std::pair<const char*, size_t> icons[] = {{StatusIcons::kNormal, 724}, {StatusIcons::kWarning, 536},
+                                                  {StatusIcons::kError, 596},  {StatusIcons::kNotPresent, 1068}};
+  for (const auto& [base64, length] : icons) {
+    SCOPED_TRACE(length);
+    EXPECT_EQ(strlen(base64), length);
+    const std::vector<Chunk> chunks = ParsePng(DecodeBase64(base64));
     ASSERT_GE(chunks.size(), 3u);
-    EXPECT_EQ(chunks.front().first, "IHDR");
-    EXPECT_EQ(chunks.front().second, (std::vector<uint8_t>{0, 0, 0, 16, 0, 0, 0, 16, 8, 6, 0, 0, 0}));  // 8-bit RGBA
-    EXPECT_EQ(chunks.back(), std::make_pair(std::string("IEND"), std::vector<uint8_t>()));
+    EXPECT_EQ(chunks.front(), Chunk("IHDR", std::string("\0\0\0\x10\0\0\0\x10\x08\x06\0\0\0", 13)));  // 8-bit RGBA
+    EXPECT_EQ(chunks.back(), Chunk("IEND", ""));
     size_t imageBytes = 0;
-    for (const auto& chunk : chunks) imageBytes += chunk.first == "IDAT" ? chunk.second.size() : 0;
+    for (const auto& [type, data] : chunks) imageBytes += type == "IDAT" ? data.size() : 0;
     EXPECT_GT(imageBytes, 6u);  // a zlib header and the Adler-32 trailer at least
   }
   const std::string prefix =

@@ -14,21 +14,16 @@ TEST(CDataStreamTest, NumbersAreLittleEndianAndShortReadsMoveNothing) {
 
   uint32_t d = 77;
   unsigned char buf[4] = {9, 9, 9, 9};
-  EXPECT_FALSE(s.readUInt32(d));
-  EXPECT_FALSE(s.read(buf, 4));
-  EXPECT_FALSE(s.skip(4));
+  EXPECT_FALSE(s.readUInt32(d) || s.read(buf, 4) || s.skip(4));
   EXPECT_EQ(d, 77u);
   EXPECT_EQ(buf[0], 9);
   EXPECT_EQ(s.position(), 6u);
 
-  ASSERT_TRUE(s.peek(buf, 3));
-  EXPECT_EQ(s.bytesLeft(), 3u);
-  EXPECT_EQ(buf[2], 0x03);
+  ASSERT_TRUE(s.peek(buf, 3) && s.bytesLeft() == 3u);
   ASSERT_TRUE(s.read(buf, 3));
-  EXPECT_TRUE(s.empty());
+  EXPECT_EQ(buf[2], 0x03);
   EXPECT_EQ(s.data(), nullptr);
-  uint8_t b;
-  EXPECT_FALSE(s.readUInt8(b));
+  EXPECT_FALSE(s.readUInt8(buf[0]));
 }
 
 TEST(CDataStreamTest, TextStopsAtNulOrTheEndOfTheWindow) {
@@ -48,9 +43,7 @@ TEST(CDataStreamTest, TextStopsAtNulOrTheEndOfTheWindow) {
   EXPECT_EQ(s.position(), 2u);
   EXPECT_FALSE(s.seek(7));
   EXPECT_TRUE(s.seek(6));
-
-  // assign() starts again at the front.
-  s.assign({7, 8});
+  s.assign({7, 8});  // starts again at the front
   ASSERT_NE(s.data(), nullptr);
   EXPECT_EQ(*s.data(), 7);
 }

@@ -1,9 +1,10 @@
 // Runs the built Zentrix binary in a scratch working directory against the
-// agent simulator and checks what a user sees: console text, exit status and
-// the files left behind.
+// agent simulator and checks what a user sees (console text, exit status, the
+// files left behind) and what the agent received.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -56,13 +57,13 @@ const std::string kHelp =
     "\n   -?                    shows this help"
     "\n";
 
-// "Zentrix_" + 14 digits + ".html".
+// "Zentrix_<YYYYmmddHHMMSS>.html".
 bool IsDefaultReportName(const std::string& name) {
-  if (name.size() != 27 || name.rfind("Zentrix_", 0) != 0 || name.substr(22) != ".html") return false;
-  for (size_t i = 8; i < 22; ++i) {
-    if (!isdigit(static_cast<unsigned char>(name[i]))) return false;
-  }
-  return true;
+  struct tm stamp = {};
+  char reprinted[64];
+  const char* rest = strptime(name.c_str(), "Zentrix_%Y%m%d%H%M%S.html", &stamp);
+  return rest && !*rest && strftime(reprinted, sizeof reprinted, "Zentrix_%Y%m%d%H%M%S.html", &stamp) &&
+         name == reprinted;
 }
 
 std::vector<std::string> Entries(const std::string& dir) {
@@ -74,6 +75,14 @@ std::vector<std::string> Entries(const std::string& dir) {
 class CommandLineTest : public ::testing::Test {
  protected:
   void SetUp() override { fs::create_directories(work_); }
+  // The recorded status reset requests (value id 0x180A).
+  std::vector<std::string> resets() const {
+    std::vector<std::string> found;
+    for (const std::string& request : sim_.requests()) {
+      if (request.find("\"OC\":6154") != std::string::npos) found.push_back(request);
+    }
+    return found;
+  }
 
   AgentSimulator sim_;  // records every request it receives
   const std::string work_ = sim_.path("/work");
@@ -99,17 +108,16 @@ TEST_F(CommandLineTest, HelpForEveryCommandLineThatDoesNotAddUp) {
 }
 
 TEST_F(CommandLineTest, UnwritablePathFailsBeforeAnyAgentTraffic) {
-  const struct {
-    std::vector<std::string> args;
-    std::string path;
-    int error;
-  } cases[] = {{{"-clearstatus", "-output", work_ + "/missing/r.html"}, work_ + "/missing/r.html", ENOENT},
-               {{"-OUTPUT", work_}, work_, EISDIR}};
-  for (const auto& c : cases) {
-    RunResult run = RunZentrix(c.args, work_);
-    EXPECT_EQ(run.exitStatus, 255);
-    EXPECT_EQ(run.out, "\n!! Failed to write HTML file \"" + c.path + "\"! (Error " + strerror(c.error) + ")\n");
-  }
+  auto outcome = [&](const std::vector<std::string>& args) {
+    RunResult run = RunZentrix(args, work_);
+    return std::make_pair(run.exitStatus, run.out);
+  };
+  auto failure = [](const std::string& path, int error) {
+    return std::make_pair(255, "\n!! Failed to write HTML file \"" + path + "\"! (Error " + strerror(error) + ")\n");
+  };
+  const std::string missing = work_ + "/missing/r.html";
+  EXPECT_EQ(outcome({"-clearstatus", "-output", missing}), failure(missing, ENOENT));
+  EXPECT_EQ(outcome({"-OUTPUT", work_}), failure(work_, EISDIR));
   EXPECT_TRUE(sim_.requests().empty());
 }
 
@@ -123,17 +131,16 @@ TEST_F(CommandLineTest, NoArgumentsWritesTimestampedReportInWorkingDirectory) {
 
   const std::string html = ScopedSystemRoot::readFile(work_ + "/" + files[0]);
   EXPECT_EQ(html.rfind("<!DOCTYPE html>\n<html>\n", 0), 0u);
-  ASSERT_GT(html.size(), 7u);
-  EXPECT_EQ(html.substr(html.size() - 7), "</html>");
+  EXPECT_EQ(html.rfind("</html>"), html.size() - 7);
   // The heading's clock is read after the file name's, never earlier.
-  const size_t open = html.find("<h3>");
-  ASSERT_NE(open, std::string::npos);
-  std::string headingDigits;
-  for (char c : html.substr(open + 4, 19)) {
-    if (isdigit(static_cast<unsigned char>(c))) headingDigits += c;
-  }
-  ASSERT_EQ(headingDigits.size(), 14u) << html.substr(open, 30);
-  EXPECT_GE(headingDigits, files[0].substr(8, 14));
+  const size_t h3 = html.find("<h3>");
+  ASSERT_NE(h3, std::string::npos);
+  struct tm heading = {};
+  char digits[16] = "";
+  ASSERT_NE(strptime(html.c_str() + h3 + 4, "%Y-%m-%d %H:%M:%S</h3>", &heading), nullptr);
+  strftime(digits, sizeof digits, "%Y%m%d%H%M%S", &heading);
+  EXPECT_GE(digits, files[0].substr(8, 14));
+  EXPECT_TRUE(resets().empty());
 }
 
 TEST_F(CommandLineTest, CaseInsensitiveSwitchesWriteNamedFileAndStartBrowser) {
@@ -154,8 +161,39 @@ TEST_F(CommandLineTest, CaseInsensitiveSwitchesWriteNamedFileAndStartBrowser) {
   EXPECT_TRUE(fs::exists(work_ + "/-5"));
   run = RunZentrix({"-output", ""}, work_);
   EXPECT_EQ(run.exitStatus, 0);
-  const size_t quote = run.out.find('"');
-  ASSERT_NE(quote, std::string::npos) << run.out;
-  EXPECT_TRUE(IsDefaultReportName(run.out.substr(quote + 1, 27))) << run.out;
-  EXPECT_EQ(run.out.substr(quote + 28), "\"\n");
+  const std::vector<std::string> files = Entries(work_);
+  EXPECT_EQ(std::count_if(files.begin(), files.end(), IsDefaultReportName), 1) << testing::PrintToString(files);
+}
+
+TEST_F(CommandLineTest, StatusResetUnreachableAgentEndsTheRunBeforeAnyRequest) {
+  ASSERT_TRUE(sim_.stop());
+  const std::string output = work_ + "/report.html";
+  std::ofstream(output) << "left from an earlier run";
+  RunResult run = RunZentrix({"-clearstatus", "-output", output}, work_);
+  EXPECT_EQ(run.exitStatus, 255);
+  EXPECT_EQ(run.out,
+            "\nClearing Driver Monitor status for all components..."
+            "\n ERROR: Orvana Agentless Service could not be connected\n");
+  EXPECT_EQ(ScopedSystemRoot::readFile(output), "");  // the probe came first
+  EXPECT_TRUE(sim_.requests().empty());
+}
+
+TEST_F(CommandLineTest, StatusResetIsSentAndItsOutcomeReportedBeforeTheReport) {
+  RunResult run = RunZentrix({"-clearstatus", "-output", "r.html"}, work_);
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.out, "\nClearing Driver Monitor status for all components...\nStatus clear success."
+                     "\nGenerating HTML report...\nSuccessfuly write HTML file \"r.html\"\n");
+  std::vector<std::string> sent = resets();
+  ASSERT_EQ(sent.size(), 1u);
+  for (const char* member : {"\"DA\":1", "\"ST\":0"}) EXPECT_NE(sent[0].find(member), std::string::npos) << sent[0];
+  for (const char* member : {"\"OE\"", "\"OI\""}) EXPECT_EQ(sent[0].find(member), std::string::npos) << sent[0];
+
+  // A refused reset is reported and the report still written.
+  ASSERT_TRUE(sim_.control(R"(set 0x180A 0 0 {"ST":4})"));
+  run = RunZentrix({"-clearstatus", "-output", "r.html"}, work_);
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.out.rfind("\nClearing Driver Monitor status for all components...\nStatus clear failed."
+                          "\nGenerating HTML report...", 0), 0u) << run.out;
+  EXPECT_EQ(resets().size(), 2u);
+  EXPECT_NE(ScopedSystemRoot::readFile(work_ + "/r.html"), "");
 }
