@@ -12,15 +12,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-bool WaitUntil(const std::atomic<bool>& flag, std::chrono::milliseconds limit = 5000ms) {
-  auto end = std::chrono::steady_clock::now() + limit;
-  while (!flag.load()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(1ms);
-  }
-  return true;
-}
-
 void* SetFlag(void* arg) {
   static_cast<std::atomic<bool>*>(arg)->store(true);
   return arg;
@@ -28,106 +19,77 @@ void* SetFlag(void* arg) {
 
 void* SleepThenSetFlag(void* arg) {
   std::this_thread::sleep_for(50ms);
-  static_cast<std::atomic<bool>*>(arg)->store(true);
-  return nullptr;
+  return SetFlag(arg);
 }
 
-// Spins through a cancellation point until cancelled; the flag tells that
-// the cancellation unwound the thread. (Not a blocking call: the thread
-// sanitizer loses track of a thread cancelled inside one.)
-void* SleepUntilCancelled(void* arg) {
+// Sets the flag only when the cancellation unwinds it. It spins rather than
+// blocks: the thread sanitizer loses track of a thread cancelled inside a
+// blocking call.
+void* SpinUntilCancelled(void* arg) {
   struct OnUnwind {
-    std::atomic<bool>* flag;
-    ~OnUnwind() { flag->store(true); }
-  } onUnwind{static_cast<std::atomic<bool>*>(arg)};
-  for (;;) {
+    void* flag;
+    ~OnUnwind() { SetFlag(flag); }
+  } onUnwind{arg};
+  while (true) {
     pthread_testcancel();
     sched_yield();
   }
-  return nullptr;
 }
 
-constexpr unsigned long kStack = 0x100000;
+bool WaitUntil(const std::atomic<bool>& flag) {
+  for (int i = 0; i < 5000 && !flag.load(); ++i) std::this_thread::sleep_for(1ms);
+  return flag.load();
+}
 
-}  // namespace
-
-TEST(CThreadTest, JoinableThreadRunsWithItsArgumentAndIsJoinedOnce) {
+TEST(CThreadTest, StartRefusesBadAttributesAndAJoinableThreadIsJoinedOnce) {
   std::atomic<bool> ran{false};
   CThread thread;
-  ASSERT_TRUE(thread.Start(SetFlag, &ran, 0, false, kStack, 0, true));
-  EXPECT_NE(thread.GetThreadId(), pthread_t{0});
+  EXPECT_FALSE(thread.Start(SetFlag, &ran, 1000, false, 0, 0, true));  // beyond SCHED_RR's range
+  EXPECT_FALSE(thread.Start(SetFlag, &ran, 0, false, 1, 0, true));     // stack below the minimum
+  EXPECT_EQ(pthread_t{0}, thread.GetThreadId());
+  // The policy is inherited unless the caller may set it, so a valid
+  // priority starts with and without privileges.
+  ASSERT_TRUE(thread.Start(SetFlag, &ran, 63, false, 0x100000, 0, true));
   EXPECT_TRUE(thread.WaitForTermination());
   EXPECT_TRUE(ran.load());
-  EXPECT_EQ(thread.GetThreadId(), pthread_t{0});
-  EXPECT_FALSE(thread.WaitForTermination()) << "nothing left to join";
-  EXPECT_FALSE(thread.Kill(0)) << "no thread held";
+  EXPECT_EQ(pthread_t{0}, thread.GetThreadId());
+  EXPECT_FALSE(thread.WaitForTermination());  // nothing left to join
+  EXPECT_FALSE(thread.Kill(0));
 }
 
-TEST(CThreadTest, KillOnJoinableThreadWaitsForItsEnd) {
-  std::atomic<bool> done{false};
-  CThread thread;
-  ASSERT_TRUE(thread.Start(SleepThenSetFlag, &done, 0, false, 0, 0, true));
-  EXPECT_TRUE(thread.Kill(0));
-  EXPECT_TRUE(done.load()) << "Kill must join, not cancel, a joinable thread";
-  EXPECT_EQ(thread.GetThreadId(), pthread_t{0});
+// Kill, a wait with a timeout and a restart each wait for the joinable
+// thread to end; none cancels it or returns early.
+TEST(CThreadTest, EveryWayOfEndingAJoinableThreadWaitsForIt) {
+  for (int way = 0; way < 3; ++way) {
+    SCOPED_TRACE(way);
+    std::atomic<bool> done{false}, next{false};
+    CThread thread(true);
+    ASSERT_TRUE(thread.Start(SleepThenSetFlag, &done, 0, false, 0, 0, true));
+    EXPECT_TRUE(way == 0   ? thread.Kill(0)
+                : way == 1 ? thread.WaitForTermination(10)
+                           : thread.Start(SetFlag, &next, 0, false, 0, 0, true));
+    EXPECT_TRUE(done.load());
+    EXPECT_EQ(way == 2, thread.WaitForTermination());
+  }
 }
 
-TEST(CThreadTest, TimeoutOnJoinStillWaitsForTheThread) {
-  std::atomic<bool> done{false};
-  CThread thread;
-  ASSERT_TRUE(thread.Start(SleepThenSetFlag, &done, 0, false, 0, 0, true));
-  EXPECT_TRUE(thread.WaitForTermination(10));
-  EXPECT_TRUE(done.load());
-}
-
-TEST(CThreadTest, DetachedThreads) {
+TEST(CThreadTest, KillOnDetachedThreadThatEndedOrStillRuns) {
   {
-    // Ended on its own: Kill reports it as killed and cancels nothing.
+    // Ended on its own: counts as killed, nothing is cancelled.
     std::atomic<bool> ran{false};
     CThread thread;
     ASSERT_TRUE(thread.Start(SetFlag, &ran, 0, false, 0, 0, false));
     ASSERT_TRUE(WaitUntil(ran));
     std::this_thread::sleep_for(50ms);  // let it leave the routine
-    EXPECT_FALSE(thread.WaitForTermination()) << "a detached thread cannot be joined";
+    EXPECT_FALSE(thread.WaitForTermination());  // a detached thread cannot be joined
     EXPECT_TRUE(thread.Kill(0));
-    EXPECT_EQ(thread.GetThreadId(), pthread_t{0});
     EXPECT_FALSE(thread.Kill(0));
   }
-  {
-    // Still running: Kill cancels it.
-    std::atomic<bool> unwound{false};
-    CThread thread;
-    ASSERT_TRUE(thread.Start(SleepUntilCancelled, &unwound, 0, false, 0, 0, false));
-    std::this_thread::sleep_for(20ms);
-    EXPECT_TRUE(thread.Kill(0));
-    EXPECT_TRUE(WaitUntil(unwound)) << "the cancelled thread never unwound";
-    EXPECT_EQ(thread.GetThreadId(), pthread_t{0});
-  }
-}
-
-TEST(CThreadTest, KillAliveThreadReplacesTheOldThreadOnStart) {
-  std::atomic<bool> first{false};
-  std::atomic<bool> second{false};
-  CThread thread(true);
-  ASSERT_TRUE(thread.Start(SleepThenSetFlag, &first, 0, false, 0, 0, true));
-  ASSERT_TRUE(thread.Start(SetFlag, &second, 0, false, 0, 0, true));
-  EXPECT_TRUE(first.load()) << "the first thread was not joined before the second started";
-  EXPECT_TRUE(thread.WaitForTermination());
-  EXPECT_TRUE(second.load());
-}
-
-TEST(CThreadTest, AttributeFailuresRefuseToStart) {
-  std::atomic<bool> ran{false};
+  std::atomic<bool> unwound{false};
   CThread thread;
-  EXPECT_FALSE(thread.Start(SetFlag, &ran, 1000, false, 0, 0, true)) << "priority beyond SCHED_RR's range";
-  EXPECT_FALSE(thread.Start(SetFlag, &ran, 0, false, 1, 0, true)) << "stack below the minimum";
-  EXPECT_EQ(thread.GetThreadId(), pthread_t{0});
-  std::this_thread::sleep_for(10ms);
-  EXPECT_FALSE(ran.load());
-
-  // A valid SCHED_RR priority starts (the policy is inherited unless the
-  // caller is allowed more, so this works with and without privileges).
-  ASSERT_TRUE(thread.Start(SetFlag, &ran, 63, false, kStack, 0, true));
-  EXPECT_TRUE(thread.WaitForTermination());
-  EXPECT_TRUE(ran.load());
+  ASSERT_TRUE(thread.Start(SpinUntilCancelled, &unwound, 0, false, 0, 0, false));
+  EXPECT_TRUE(thread.Kill(0));
+  EXPECT_TRUE(WaitUntil(unwound)) << "the cancelled thread never unwound";
 }
+
+}  // namespace
