@@ -47,12 +47,10 @@ TEST(ZentrixAppTest, WritableProbeCreatesOrEmptiesTheFileAndCutsLongPaths) {
 
   const std::string fresh = dir + "/new.html";
   ASSERT_TRUE(app.isFileWritable(fresh));
-  struct stat info = {};
-  ASSERT_EQ(stat(fresh.c_str(), &info), 0);
-  EXPECT_EQ(info.st_size, 0);
+  EXPECT_EQ(fs::file_size(fresh), 0u);
   const mode_t mask = umask(0);
   umask(mask);
-  EXPECT_EQ(info.st_mode & 0777, 0644 & ~mask);
+  EXPECT_EQ(fs::status(fresh).permissions(), static_cast<fs::perms>(0644 & ~mask));
 
   const std::string existing = dir + "/old.html";
   std::ofstream(existing) << "previous report";

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -236,19 +237,7 @@ TEST(SystemInformationTest, StreamReadsNeedARawBlockAndFailuresKeepTheStream) {
   EXPECT_TRUE(stream.empty());
 }
 
-TEST(SystemInformationTest, CabinetZeroIsSentAndMissingDataReadsEmpty) {
-  Agent agent("{}");
-  SystemInformation info;
-  // Without components only the count is read.
-  EXPECT_EQ(agent.sentBy([&] { EXPECT_TRUE(info.getDrvMonComponentIndexes(2).empty()); }), Lines{"OC=0x1800 CA=0"});
-  // A failed read gives 0, which most maps know.
-  ExpectRows({ROW(getNumberFans(), 0), ROW(getUptimeSeconds(), 0), ROW(getHostName(), ""),
-              ROW(getFanStatus(0), CS(STATUS_NOT_PRESENT, "Disabled")),
-              ROW(getRaidStatus(), CS(STATUS_UNKNOWN, "Unknown")), ROW(getMemoryModuleType(0), " "),
-              ROW(getIpAddresses(), std::vector<std::string>()), ROW(getVoltageThresholds(0), 0)});
-}
-
-TEST(SystemInformationTest, TypeMismatchesAndNonZeroStatusesFail) {
+TEST(SystemInformationTest, MissingValuesTypeMismatchesAndNonZeroStatusesFail) {
   Agent agent(R"({"overrides": [
       {"OC": "0x0304", "DA": 5}, {"OC": "0x0300", "DA": "3"}, {"OC": "0x0506", "DA": "180"},
       {"OC": "0x0C00", "OE": "0x0608", "DA": {"RAW": [65, 66]}}, {"OC": "0x0301", "DA": true},
@@ -257,8 +246,13 @@ TEST(SystemInformationTest, TypeMismatchesAndNonZeroStatusesFail) {
       {"OC": "0x0700", "DA": 3}, {"OC": "0x0702", "DA": "DIMM"}, {"OC": "0x0507", "DA": 2.5},
       {"OC": "0x21DF", "ST": 4}, {"OC": "0x180A", "ST": 4, "DA": 1}]})");
   SystemInformation info;
-  // Numbers delivered as text and the other way round; a raw block is no text.
-  ExpectRows({ROW(getFanDesignation(0), ""), ROW(getNumberFans(), 0), ROW(getModelName(), ""),
+  // Cabinet 0 is sent too; without components only the count is read.
+  EXPECT_EQ(agent.sentBy([&] { EXPECT_TRUE(info.getDrvMonComponentIndexes(2).empty()); }), Lines{"OC=0x1800 CA=0"});
+  // A failed read gives 0, which most maps know.
+  ExpectRows({ROW(getUptimeSeconds(), 0), ROW(getHostName(), ""), ROW(getRaidStatus(), CS(STATUS_UNKNOWN, "Unknown")),
+              ROW(getMemoryModuleType(0), " "), ROW(getVoltageThresholds(0), 0),
+              // Numbers delivered as text and the other way round; a raw block is no text.
+              ROW(getFanDesignation(0), ""), ROW(getNumberFans(), 0), ROW(getModelName(), ""),
               ROW(getFanStatus(0), CS(STATUS_NOT_PRESENT, "Disabled")),
               // Any status but 0 fails, even those the agent counts as answered.
               ROW(getNumberTempSensors(), 0), ROW(getNumberPowerSupplies(), 0), ROW(getNumberProcessors(), 0),
