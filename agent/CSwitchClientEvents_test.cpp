@@ -1,30 +1,23 @@
-#include "agent/CSwitchClient.h"
-
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
+#include "agent/CSwitchClient.h"
 #include "agent/SipJson.h"
+#include "runtime/CSystemRoot.h"
 #include "tests/support/AgentSimulator.h"
+#include "tests/support/FakeAgentDaemon.h"
 #include "tests/support/ScopedSystemRoot.h"
 
 namespace {
@@ -32,185 +25,19 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-std::string Frame(const std::string& text) {
-  uint32_t length = static_cast<uint32_t>(text.size() + 1);
-  std::string frame(reinterpret_cast<const char*>(&length), sizeof length);
-  frame += text;
-  frame.push_back('\0');
-  return frame;
-}
-
-std::string EventText(unsigned oc, unsigned oi) {
-  return "{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":" + std::to_string(oc) + ",\"OI\":" + std::to_string(oi) +
-         ",\"ST\":0,\"DA\":{\"RAW\":[1]}}]}}";
+std::string Event(unsigned oi) {
+  return FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":4660,\"OI\":" + std::to_string(oi) +
+                                ",\"ST\":0,\"DA\":{\"RAW\":[1]}}]}}");
 }
 
 bool WaitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit = 10000ms) {
-  auto end = Clock::now() + limit;
+  const auto end = Clock::now() + limit;
   while (!condition()) {
     if (Clock::now() > end) return false;
     std::this_thread::sleep_for(5ms);
   }
   return true;
 }
-
-// A scripted stand-in for the daemon under a scratch system root: the
-// binary and pid file exist, the three sockets accept, every received frame
-// gets a short "ok" reply, and the test pushes raw bytes down the event
-// channels. Lets a test produce frames no well-behaved daemon sends.
-class FakeDaemon {
- public:
-  FakeDaemon() {
-    root_.writeFile("/usr/sbin/omad", "");
-    root_.makeDirs("/dev");
-    Up();
-    server_ = std::thread([this] { Serve(); });
-  }
-  ~FakeDaemon() {
-    stop_.store(true);
-    server_.join();
-    Down();
-  }
-
-  // Daemon present: pid file and listening sockets.
-  void Up() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    root_.writeFile("/var/run/omad.pid", "1\n");
-    for (const char* name : {"/dev/omads", "/dev/omadsj", "/dev/omadaj"}) {
-      Listener l;
-      l.path = root_.root() + name;
-      l.events = std::strcmp(name, "/dev/omadaj") == 0;
-      l.fd = Listen(l.path);
-      listeners_.push_back(l);
-    }
-  }
-  // Daemon gone: pid file and sockets removed, every connection dropped.
-  void Down() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    unlink((root_.root() + "/var/run/omad.pid").c_str());
-    for (auto& l : listeners_) {
-      close(l.fd);
-      unlink(l.path.c_str());
-    }
-    listeners_.clear();
-    for (auto& c : connections_) close(c.fd);
-    connections_.clear();
-  }
-
-  // Number of event channels registered so far (init frames received on
-  // the event socket), over the fake's whole life.
-  int Registrations() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return registrations_;
-  }
-  // Raw bytes down the newest registered event channel.
-  bool Push(const std::string& bytes) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (auto it = connections_.rbegin(); it != connections_.rend(); ++it) {
-      if (!it->events || !it->registered) continue;
-      return write(it->fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-    }
-    return false;
-  }
-  // Closes the newest registered event channel (the daemon side of it).
-  void DropEventChannel() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (auto it = connections_.rbegin(); it != connections_.rend(); ++it) {
-      if (it->events && it->registered) {
-        close(it->fd);
-        connections_.erase(std::next(it).base());
-        return;
-      }
-    }
-  }
-
- private:
-  struct Listener {
-    std::string path;
-    int fd = -1;
-    bool events = false;
-  };
-  struct Connection {
-    int fd = -1;
-    bool events = false;
-    bool registered = false;
-  };
-
-  static int Listen(const std::string& path) {
-    unlink(path.c_str());
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd, 16) != 0) {
-      ADD_FAILURE() << "cannot listen on " << path;
-    }
-    return fd;
-  }
-
-  void Serve() {
-    while (!stop_.load()) {
-      std::vector<pollfd> fds;
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        for (auto& l : listeners_) fds.push_back({l.fd, POLLIN, 0});
-        for (auto& c : connections_) fds.push_back({c.fd, POLLIN, 0});
-      }
-      if (poll(fds.data(), fds.size(), 20) <= 0) continue;
-      std::lock_guard<std::mutex> lock(mutex_);
-      for (const pollfd& p : fds) {
-        if ((p.revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
-        Serve(p.fd);
-      }
-    }
-  }
-
-  // Called with mutex_ held; the descriptor may have been closed by the
-  // test meanwhile, so it is looked up again first.
-  void Serve(int fd) {
-    for (auto& l : listeners_) {
-      if (l.fd != fd) continue;
-      int c = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
-      if (c >= 0) connections_.push_back({c, l.events, false});
-      return;
-    }
-    for (auto it = connections_.begin(); it != connections_.end(); ++it) {
-      if (it->fd != fd) continue;
-      uint32_t length = 0;
-      std::string payload;
-      bool ok = read(fd, &length, sizeof length) == sizeof length && length < 65536;
-      if (ok) {
-        payload.resize(length);
-        size_t got = 0;
-        while (ok && got < length) {
-          ssize_t n = read(fd, &payload[got], length - got);
-          ok = n > 0;
-          if (ok) got += static_cast<size_t>(n);
-        }
-      }
-      if (!ok) {
-        close(fd);
-        connections_.erase(it);
-        return;
-      }
-      std::string reply = Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":65440,\"ST\":0}]}}");
-      if (write(fd, reply.data(), reply.size()) < 0) ADD_FAILURE() << "reply not written";
-      if (it->events && !it->registered) {
-        it->registered = true;
-        ++registrations_;
-      }
-      return;
-    }
-  }
-
-  ScopedSystemRoot root_;
-  mutable std::mutex mutex_;
-  std::vector<Listener> listeners_;
-  std::vector<Connection> connections_;
-  int registrations_ = 0;
-  std::atomic<bool> stop_{false};
-  std::thread server_;
-};
 
 // What the handlers saw, shared with the event thread.
 struct Recorder {
@@ -220,13 +47,12 @@ struct Recorder {
     std::lock_guard<std::mutex> lock(mutex);
     calls.push_back(who + ":" + std::to_string(event.GetCmdElemValue(0, "OI", 0)));
   }
-  size_t Count() {
-    std::lock_guard<std::mutex> lock(mutex);
-    return calls.size();
-  }
   std::vector<std::string> Calls() {
     std::lock_guard<std::mutex> lock(mutex);
     return calls;
+  }
+  bool Reaches(size_t count) {
+    return WaitFor([&] { return Calls().size() >= count; });
   }
 };
 
@@ -235,7 +61,6 @@ void HandlerB(SipJson& event, void* context) { static_cast<Recorder*>(context)->
 void HandlerC(SipJson& event, void* context) { static_cast<Recorder*>(context)->Add("C", event); }
 
 // Registers HandlerB from inside the callback and removes itself.
-void HandlerSwapsToB(SipJson& event, void* context);
 CSwitchClient* g_SwapClient = nullptr;
 void HandlerSwapsToB(SipJson& event, void* context) {
   static_cast<Recorder*>(context)->Add("S", event);
@@ -243,283 +68,179 @@ void HandlerSwapsToB(SipJson& event, void* context) {
   g_SwapClient->UnregisterEventHandler(HandlerSwapsToB);
 }
 
+// A scratch system whose three daemon sockets are fakes; events_ is the
+// event socket, through which the test pushes raw frames.
 class EventChannelTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    setenv("OV_MAXWAIT_FOR_OMAD", "20", 1);
-    client_.SetApplicationName("event-test");
-  }
-  void TearDown() override {
-    client_.EnableEvents(false);
-    unsetenv("OV_MAXWAIT_FOR_OMAD");
-  }
-
-  bool EventArrives(size_t count) {
-    return WaitFor([&] { return recorder_.Count() >= count; });
-  }
-
-  FakeDaemon daemon_;
-  Recorder recorder_;
-  CSwitchClient client_;  // last: its event thread ends before the rest goes
-};
-
-}  // namespace
-
-TEST_F(EventChannelTest, EveryHandlerGetsEachEventInMapOrder) {
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerC, &recorder_));
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerA, &recorder_));
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerB, nullptr));
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerB, &recorder_)) << "a second registration replaces the context";
-  EXPECT_FALSE(client_.RegisterEventHandler(nullptr, &recorder_));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  EXPECT_TRUE(client_.EventsEnabled());
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(0x1234, 7))));
-  ASSERT_TRUE(EventArrives(3));
-
-  // The map is ordered by the handler's address.
-  std::vector<std::pair<CTesselClientEventIf::EventHandler, std::string>> byAddress = {
-      {HandlerA, "A:7"}, {HandlerB, "B:7"}, {HandlerC, "C:7"}};
-  std::sort(byAddress.begin(), byAddress.end(), [](const auto& l, const auto& r) {
-    return std::less<CTesselClientEventIf::EventHandler>()(l.first, r.first);
-  });
-  std::vector<std::string> expected;
-  for (auto& entry : byAddress) expected.push_back(entry.second);
-  EXPECT_EQ(recorder_.Calls(), expected);
-
-  EXPECT_TRUE(client_.UnregisterEventHandler(HandlerC));
-  EXPECT_FALSE(client_.UnregisterEventHandler(HandlerC)) << "already gone";
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(0x1234, 8))));
-  ASSERT_TRUE(EventArrives(5));
-  std::this_thread::sleep_for(50ms);
-  auto calls = recorder_.Calls();
-  EXPECT_EQ(calls.size(), 5u);
-  EXPECT_EQ(std::count(calls.begin(), calls.end(), "C:8"), 0);
-}
-
-TEST_F(EventChannelTest, EnablingTwiceRunsOneThreadAndDisablingStopsIt) {
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerA, &recorder_));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() >= 1; }));
-  std::this_thread::sleep_for(100ms);
-  EXPECT_EQ(daemon_.Registrations(), 1) << "the second enable registered another channel";
-
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(1, 1))));
-  ASSERT_TRUE(EventArrives(1));
-  std::this_thread::sleep_for(50ms);
-  EXPECT_EQ(recorder_.Count(), 1u) << "one event, one call: a second thread would read or duplicate";
-
-  EXPECT_TRUE(client_.EventThreadRunning());
-  EXPECT_TRUE(client_.EnableEvents(false));
-  EXPECT_FALSE(client_.EventsEnabled());
-  EXPECT_FALSE(client_.EventThreadRunning());
-  EXPECT_TRUE(client_.JsonDisableEvents()) << "disabling twice is harmless";
-
-  // And it can be enabled again afterwards.
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 2; }));
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(1, 2))));
-  ASSERT_TRUE(EventArrives(2));
-}
-
-TEST_F(EventChannelTest, HandlerMayChangeTheHandlerMapFromInsideACallback) {
-  g_SwapClient = &client_;
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerSwapsToB, &recorder_));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(2, 1))));
-  ASSERT_TRUE(EventArrives(1)) << "deadlock in the callback";
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(2, 2))));
-  ASSERT_TRUE(EventArrives(2));
-  std::this_thread::sleep_for(50ms);
-  auto calls = recorder_.Calls();
-  // HandlerB may or may not run for the first event depending on its
-  // address relative to HandlerSwapsToB; the second event goes to B only.
-  ASSERT_GE(calls.size(), 2u);
-  EXPECT_EQ(calls.front(), "S:1");
-  EXPECT_EQ(calls.back(), "B:2");
-  EXPECT_EQ(std::count(calls.begin(), calls.end(), "S:2"), 0);
-
-  // The main thread can still take the lock afterwards.
-  EXPECT_TRUE(client_.UnregisterEventHandler(HandlerB));
-}
-
-TEST_F(EventChannelTest, BrokenFramesLoseOnlyThemselves) {
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerA, &recorder_));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-
-  // Zero length, text that is no command record, an empty envelope: each is
-  // dropped and the channel kept.
-  ASSERT_TRUE(daemon_.Push(std::string(4, '\0')));
-  ASSERT_TRUE(daemon_.Push(Frame("not json at all")));
-  ASSERT_TRUE(daemon_.Push(Frame("{\"SIP\":{\"V\":1,\"CMD\":[]}}")));
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(3, 1))));
-  ASSERT_TRUE(EventArrives(1));
-  std::this_thread::sleep_for(50ms);
-  EXPECT_EQ(recorder_.Calls(), std::vector<std::string>{"A:1"});
-  EXPECT_EQ(daemon_.Registrations(), 1);
-
-  // A frame cut short by the peer: the channel is reopened and the next
-  // event comes through the new one.
-  std::string cut = Frame(EventText(3, 2));
-  ASSERT_TRUE(daemon_.Push(cut.substr(0, 12)));
-  daemon_.DropEventChannel();
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 2; }));
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(3, 3))));
-  ASSERT_TRUE(EventArrives(2));
-
-  // A length no event can have: reopened without reading it.
-  uint32_t huge = 0xFFFFFFF0u;
-  ASSERT_TRUE(daemon_.Push(std::string(reinterpret_cast<const char*>(&huge), sizeof huge) + "xx"));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 3; }));
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(3, 4))));
-  ASSERT_TRUE(EventArrives(3));
-  EXPECT_EQ(recorder_.Calls(), (std::vector<std::string>{"A:1", "A:3", "A:4"}));
-}
-
-TEST_F(EventChannelTest, DaemonRestartIsSurvived) {
-  ASSERT_TRUE(client_.RegisterEventHandler(HandlerA, &recorder_));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-
-  daemon_.Down();
-  std::this_thread::sleep_for(300ms);
-  EXPECT_TRUE(client_.EventThreadRunning()) << "the thread must wait for the daemon, not end";
-  daemon_.Up();
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 2; })) << "no re-registration";
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(4, 1))));
-  ASSERT_TRUE(EventArrives(1));
-}
-
-TEST_F(EventChannelTest, DisableWakesTheThreadWhileItWaitsForTheDaemon) {
-  setenv("OV_MAXWAIT_FOR_OMAD", "600", 1);
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-  daemon_.Down();
-  std::this_thread::sleep_for(300ms);  // the thread is now in its 2-second wait
-  ASSERT_TRUE(client_.EventThreadRunning());
-
-  auto start = Clock::now();
-  EXPECT_TRUE(client_.EnableEvents(false));
-  auto took = Clock::now() - start;
-  EXPECT_FALSE(client_.EventThreadRunning());
-  // Without the wake-up the thread would sit out its check period and the
-  // bounded wait of several seconds.
-  EXPECT_LT(took, 1500ms);
-}
-
-TEST_F(EventChannelTest, DisableWakesTheThreadInTheMiddleOfAFrame) {
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-  ASSERT_TRUE(daemon_.Push(Frame(EventText(5, 1)).substr(0, 10)));  // and then silence
-  std::this_thread::sleep_for(200ms);
-
-  auto start = Clock::now();
-  EXPECT_TRUE(client_.EnableEvents(false));
-  EXPECT_LT(Clock::now() - start, 1500ms);
-  EXPECT_FALSE(client_.EventThreadRunning());
-}
-
-TEST_F(EventChannelTest, ThreadEndsWhenTheDaemonStaysAway) {
-  setenv("OV_MAXWAIT_FOR_OMAD", "1", 1);  // below one check period: give up at once
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-  daemon_.Down();
-  ASSERT_TRUE(WaitFor([&] { return !client_.EventThreadRunning(); }));
-  EXPECT_TRUE(client_.EventsEnabled()) << "stays enabled until disabled";
-  EXPECT_TRUE(client_.EnableEvents(false));
-}
-
-TEST_F(EventChannelTest, LastDetachDisablesEvents) {
-  ASSERT_TRUE(client_.Attach(nullptr));
-  ASSERT_TRUE(client_.Attach(""));
-  ASSERT_TRUE(client_.EnableEvents(true));
-  ASSERT_TRUE(WaitFor([&] { return daemon_.Registrations() == 1; }));
-  client_.Detach();
-  EXPECT_TRUE(client_.EventsEnabled()) << "one attachment is left";
-  client_.Detach();
-  EXPECT_FALSE(client_.EventsEnabled());
-  EXPECT_FALSE(client_.EventThreadRunning());
-}
-
-TEST(EventChannelWithoutDaemonTest, EnableFailsCleanlyAndGetEventRejectsBadDescriptors) {
-  CSwitchClient client;
-  SipJson event;
-  EXPECT_EQ(client.JsonGetEvent(event, -1, "x"), -1);
-
-  // A peer that closes before sending anything: the event is lost.
-  int pair[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-  close(pair[1]);
-  EXPECT_EQ(client.JsonGetEvent(event, pair[0], "x"), -1);
-  close(pair[0]);
-
-  // A complete frame on a socket pair is read and parsed.
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
-  std::string frame = Frame(EventText(0x55, 9));
-  ASSERT_EQ(write(pair[1], frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
-  EXPECT_EQ(client.JsonGetEvent(event, pair[0], "x"), pair[0]);
-  EXPECT_EQ(event.GetCmdElemValue(0, "OC", 0), 0x55u);
-  EXPECT_EQ(event.GetCmdElemValue(0, "OI", 0), 9u);
-  close(pair[0]);
-  close(pair[1]);
-
-  EXPECT_FALSE(client.EventsEnabled());
-  EXPECT_TRUE(client.EnableEvents(false)) << "disabling what never ran";
-}
-
-// Against the agent simulator: the real daemon's event behaviour end to end.
-class SimulatorEventTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    setenv("OV_MAXWAIT_FOR_OMAD", "20", 1);
+    setenv(CSwitchClient::kMaxWaitVariable, "20", 1);
+    root_.writeFile("/usr/sbin/omad", "");
+    root_.writeFile("/var/run/omad.pid", "1\n");
+    root_.makeDirs("/dev");
+    classic_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omads"));
+    request_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omadsj"));
+    events_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omadaj"));
     client_ = std::make_unique<CSwitchClient>();
-    client_->SetApplicationName("event-sim-test");
-    ASSERT_TRUE(client_->RegisterEventHandler(HandlerA, &recorder_));
-    ASSERT_TRUE(client_->EnableEvents(true));
-    ASSERT_TRUE(sim_.waitForEventChannels(1));
+    client_->SetApplicationName("event-test");
   }
   void TearDown() override {
-    client_.reset();
-    unsetenv("OV_MAXWAIT_FOR_OMAD");
-  }
-  bool Push(unsigned oi) {
-    return sim_.control("event {\"OC\":770,\"OI\":" + std::to_string(oi) + ",\"CA\":0,\"ST\":0,\"DA\":1}");
+    client_.reset();  // its event thread ends before the fakes go
+    unsetenv(CSwitchClient::kMaxWaitVariable);
   }
 
-  AgentSimulator sim_;
+  // Event channels registered so far (init commands answered).
+  bool Registered(int count) {
+    return WaitFor([&] { return events_->replies() >= count; }) && events_->replies() == count;
+  }
+  // Events on, with `handler` (if any) recording, and the channel registered.
+  bool Start(CTesselClientEventIf::EventHandler handler) {
+    return (!handler || client_->RegisterEventHandler(handler, &recorder_)) && client_->EnableEvents(true) &&
+           Registered(1);
+  }
+
+  ScopedSystemRoot root_;
+  std::unique_ptr<FakeAgentDaemon> classic_, request_, events_;
   Recorder recorder_;
   std::unique_ptr<CSwitchClient> client_;
 };
 
-TEST_F(SimulatorEventTest, EventsFlowAgainAfterADaemonRestart) {
-  ASSERT_TRUE(Push(1));
-  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() == 1; }));
+TEST_F(EventChannelTest, OneThreadCallsEveryHandlerInMapOrder) {
+  ASSERT_TRUE(client_->RegisterEventHandler(HandlerC, &recorder_));
+  ASSERT_TRUE(client_->RegisterEventHandler(HandlerA, &recorder_));
+  ASSERT_TRUE(client_->RegisterEventHandler(HandlerB, nullptr));
+  ASSERT_TRUE(client_->RegisterEventHandler(HandlerB, &recorder_)) << "a second registration replaces the context";
+  EXPECT_FALSE(client_->RegisterEventHandler(nullptr, &recorder_));
+  ASSERT_TRUE(client_->EnableEvents(true));
+  ASSERT_TRUE(client_->EnableEvents(true));
+  EXPECT_TRUE(client_->EventsEnabled());
+  ASSERT_TRUE(Registered(1));
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(events_->replies(), 1) << "the second enable registered another channel";
+  EXPECT_NE(events_->requests()[0].find("\"OC\":65440,\"OE\":4608,\"CA\":0,\"DA\":{\"RAW\":[101,118,101,110,116"),
+            std::string::npos);
 
-  ASSERT_TRUE(sim_.restart());
-  ASSERT_TRUE(sim_.waitForEventChannels(1)) << "the client did not register again";
-  ASSERT_TRUE(Push(2));
-  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() == 2; }));
-  EXPECT_EQ(recorder_.Calls(), (std::vector<std::string>{"A:1", "A:2"}));
+  ASSERT_TRUE(events_->push(Event(7)));
+  ASSERT_TRUE(recorder_.Reaches(3));
+  // The map is ordered by the handler's address.
+  const std::map<CTesselClientEventIf::EventHandler, std::string> byAddress = {
+      {HandlerA, "A:7"}, {HandlerB, "B:7"}, {HandlerC, "C:7"}};
+  std::vector<std::string> expected;
+  for (const auto& entry : byAddress) expected.push_back(entry.second);
+  EXPECT_EQ(recorder_.Calls(), expected);
+
+  EXPECT_TRUE(client_->UnregisterEventHandler(HandlerC));
+  EXPECT_FALSE(client_->UnregisterEventHandler(HandlerC)) << "already gone";
+  ASSERT_TRUE(events_->push(Event(8)));
+  ASSERT_TRUE(recorder_.Reaches(5));
+  std::this_thread::sleep_for(50ms);
+  const auto calls = recorder_.Calls();
+  EXPECT_EQ(calls.size(), 5u) << "one call per handler and event";
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "C:8"), 0);
+
+  // Disabling stops the thread; enabling again registers a new channel.
+  EXPECT_TRUE(client_->EnableEvents(false));
+  EXPECT_FALSE(client_->EventsEnabled() || client_->EventThreadRunning());
+  EXPECT_TRUE(client_->EnableEvents(false)) << "disabling twice is harmless";
+  ASSERT_TRUE(client_->EnableEvents(true));
+  ASSERT_TRUE(Registered(2));
 }
 
-TEST_F(SimulatorEventTest, MalformedFramesAreDroppedAndLaterEventsArrive) {
-  ASSERT_TRUE(sim_.control("event-raw-zero"));
-  ASSERT_TRUE(sim_.control("event-raw-garbage"));
-  ASSERT_TRUE(sim_.control("event-text {\"SIP\":{\"V\":2,\"CMD\":[{\"OC\":1}]}}"));
-  ASSERT_TRUE(Push(1));
-  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() >= 1; }));
-
-  // Half a frame and silence: after its bounded passes the client reopens
-  // the channel rather than waiting for ever.
-  ASSERT_TRUE(sim_.control("event-raw-truncated"));
-  ASSERT_TRUE(WaitFor([&] { return sim_.query("status").find("event-channels=0") != std::string::npos; }, 20000ms));
-  ASSERT_TRUE(sim_.waitForEventChannels(1));
-  ASSERT_TRUE(Push(2));
-  ASSERT_TRUE(WaitFor([&] { return recorder_.Count() >= 2; }));
-  EXPECT_EQ(recorder_.Calls(), (std::vector<std::string>{"A:1", "A:2"}));
+TEST_F(EventChannelTest, HandlerMayChangeTheHandlerMapFromInsideACallback) {
+  g_SwapClient = client_.get();
+  ASSERT_TRUE(Start(HandlerSwapsToB));
+  ASSERT_TRUE(events_->push(Event(1)));
+  ASSERT_TRUE(recorder_.Reaches(1)) << "deadlock in the callback";
+  ASSERT_TRUE(events_->push(Event(2)));
+  ASSERT_TRUE(recorder_.Reaches(2));
+  std::this_thread::sleep_for(50ms);
+  const auto calls = recorder_.Calls();
+  // HandlerB may or may not run for the first event depending on its
+  // address relative to HandlerSwapsToB; the second event goes to B only.
+  EXPECT_EQ(calls.front(), "S:1");
+  EXPECT_EQ(calls.back(), "B:2");
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "S:2"), 0);
+  // The main thread can still take the lock afterwards.
+  EXPECT_TRUE(client_->UnregisterEventHandler(HandlerB));
 }
+
+TEST_F(EventChannelTest, BrokenFramesLoseOnlyThemselves) {
+  ASSERT_TRUE(Start(HandlerA));
+  // Zero length, text that is no command record, an empty envelope: each is
+  // dropped and the channel kept.
+  ASSERT_TRUE(events_->push(std::string(4, '\0')));
+  ASSERT_TRUE(events_->push(FakeAgentDaemon::Frame("not json at all")));
+  ASSERT_TRUE(events_->push(FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[]}}")));
+  ASSERT_TRUE(events_->push(Event(1)));
+  ASSERT_TRUE(recorder_.Reaches(1));
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(recorder_.Calls(), std::vector<std::string>{"A:1"});
+  EXPECT_EQ(events_->replies(), 1);
+
+  // A frame cut short by the peer: the channel is reopened and the next
+  // event comes through the new one.
+  ASSERT_TRUE(events_->push(Event(2).substr(0, 12)));
+  events_->hangUp();
+  ASSERT_TRUE(Registered(2));
+  ASSERT_TRUE(events_->push(Event(3)));
+  ASSERT_TRUE(recorder_.Reaches(2));
+  // A length no event can have: reopened without reading it.
+  const uint32_t huge = 0xFFFFFFF0u;
+  ASSERT_TRUE(events_->push(std::string(reinterpret_cast<const char*>(&huge), sizeof huge) + "xx"));
+  ASSERT_TRUE(Registered(3));
+  ASSERT_TRUE(events_->push(Event(4)));
+  ASSERT_TRUE(recorder_.Reaches(3));
+  EXPECT_EQ(recorder_.Calls(), (std::vector<std::string>{"A:1", "A:3", "A:4"}));
+}
+
+TEST_F(EventChannelTest, DisableWakesTheThreadWhileItWaitsForTheDaemon) {
+  setenv(CSwitchClient::kMaxWaitVariable, "600", 1);
+  ASSERT_TRUE(Start(nullptr));
+  unlink(CSystemRoot::Path("/var/run/omad.pid").c_str());
+  events_.reset();  // daemon gone: the channel ends
+  std::this_thread::sleep_for(300ms);  // the thread is now in its 2-second wait
+  ASSERT_TRUE(client_->EventThreadRunning()) << "the thread must wait for the daemon, not end";
+  const auto start = Clock::now();
+  EXPECT_TRUE(client_->EnableEvents(false));
+  // Without the wake-up the thread would sit out its check period and the
+  // bounded wait of several seconds.
+  EXPECT_LT(Clock::now() - start, 1500ms);
+  EXPECT_FALSE(client_->EventThreadRunning());
+}
+
+TEST_F(EventChannelTest, LastDetachDisablesEventsEvenInTheMiddleOfAFrame) {
+  ASSERT_TRUE(client_->Attach(nullptr));
+  ASSERT_TRUE(client_->Attach(""));
+  ASSERT_TRUE(Start(nullptr));
+  client_->Detach();
+  EXPECT_TRUE(client_->EventsEnabled()) << "one attachment is left";
+  ASSERT_TRUE(events_->push(Event(1).substr(0, 10)));  // and then silence
+  std::this_thread::sleep_for(200ms);
+  const auto start = Clock::now();
+  client_->Detach();
+  EXPECT_LT(Clock::now() - start, 1500ms);
+  EXPECT_FALSE(client_->EventsEnabled());
+  EXPECT_FALSE(client_->EventThreadRunning());
+}
+
+// Against the agent simulator: a real daemon restart, then events flow again.
+TEST(SimulatorEventTest, EventsFlowAgainAfterADaemonRestart) {
+  AgentSimulator sim;
+  setenv(CSwitchClient::kMaxWaitVariable, "20", 1);
+  Recorder recorder;
+  {
+    CSwitchClient client;
+    ASSERT_TRUE(client.RegisterEventHandler(HandlerA, &recorder));
+    ASSERT_TRUE(client.EnableEvents(true));
+    ASSERT_TRUE(sim.waitForEventChannels(1));
+    ASSERT_TRUE(sim.control("event {\"OC\":770,\"OI\":1,\"CA\":0,\"ST\":0,\"DA\":1}"));
+    ASSERT_TRUE(recorder.Reaches(1));
+    ASSERT_TRUE(sim.restart());
+    ASSERT_TRUE(sim.waitForEventChannels(1)) << "the client did not register again";
+    ASSERT_TRUE(sim.control("event {\"OC\":770,\"OI\":2,\"CA\":0,\"ST\":0,\"DA\":1}"));
+    ASSERT_TRUE(recorder.Reaches(2));
+  }
+  EXPECT_EQ(recorder.Calls(), (std::vector<std::string>{"A:1", "A:2"}));
+  unsetenv(CSwitchClient::kMaxWaitVariable);
+}
+
+}  // namespace

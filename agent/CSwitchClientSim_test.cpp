@@ -10,15 +10,15 @@
 
 namespace {
 
-void Fill(SipJson& record, unsigned oc, unsigned oe, unsigned oi, unsigned cabinet) {
+void Fill(SipJson& record, unsigned oc, unsigned oe, unsigned cabinet) {
   SipJson::GenericValue& cmd = record.GetCmd();
   SipJson::SetCmdElemValue(cmd, "OC", oc, false);
   SipJson::SetCmdElemValue(cmd, "OE", oe, true);
-  SipJson::SetCmdElemValue(cmd, "OI", oi, true);
+  SipJson::SetCmdElemValue(cmd, "OI", 0, true);
   SipJson::SetCmdElemValue(cmd, "CA", cabinet, false);
 }
 
-TEST(SwitchClientSimulator, AttachCabinetAndReads) {
+TEST(SwitchClientSimulator, AttachCabinetReadsAndAWrongVersion) {
   AgentSimulator sim;
   CSwitchClient client;
   client.SetApplicationName("Zentrix");
@@ -29,37 +29,20 @@ TEST(SwitchClientSimulator, AttachCabinetAndReads) {
   unsigned cabinet = 99;
   ASSERT_TRUE(client.GetServerCabinetNumber(cabinet));
   EXPECT_EQ(cabinet, 0u);
-
   SipJson record;
-  Fill(record, 0x0301, 0, 0, cabinet);  // status of the first fan
+  Fill(record, 0x0301, 0, cabinet);  // status of the first fan
   EXPECT_EQ(client.Request(record, 10), 0u);
   unsigned status = 0;
   EXPECT_TRUE(record.GetCmdUIntData(0, status));
   EXPECT_EQ(status, 1u);
-
-  Fill(record, 0x0C00, 0x0608, 0, cabinet);  // system model text
+  Fill(record, 0x0C00, 0x0608, cabinet);  // system model text
   EXPECT_EQ(client.Request(record, 10), 0u);
   std::string model;
   EXPECT_TRUE(record.GetCmdDataString(0, model, 0));
   EXPECT_EQ(model, "ORVANA RS2400 G3");
-  client.Detach();
-}
-
-TEST(SwitchClientSimulator, SplitAndBrokenRepliesFromTheSimulator) {
-  AgentSimulator sim;
-  CSwitchClient client;
-  ASSERT_TRUE(client.Attach(nullptr));
-  SipJson record;
-
-  ASSERT_TRUE(sim.control("fault split 3 20"));
-  Fill(record, 0x0301, 0, 0, 0);
-  EXPECT_EQ(client.Request(record, 10), 0u);
-  unsigned status = 0;
-  EXPECT_TRUE(record.GetCmdUIntData(0, status));
-  EXPECT_EQ(status, 1u);
 
   ASSERT_TRUE(sim.control("fault version 2"));
-  Fill(record, 0x0301, 0, 0, 0);
+  Fill(record, 0x0301, 0, cabinet);
   EXPECT_EQ(client.Request(record, 10), 22u);
   client.Detach();
 }

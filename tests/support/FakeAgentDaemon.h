@@ -1,17 +1,19 @@
 #pragma once
 
-// A scripted stand-in for the agent daemon: listens on one Unix socket,
-// reads length-framed requests and answers each with whatever the test's
-// handler returns, byte for byte and piece by piece. Written apart from the
-// client's own framing code so that tests check one against the other.
+// A scripted stand-in for one agent daemon socket: serves every connection
+// on its own thread, reads length-framed requests and answers each with the
+// raw bytes the test's handler returns. Tests can also push raw bytes down
+// (or hang up) the newest connection, which is how events reach a client.
+// Written apart from the client's own framing code so that tests check one
+// against the other.
 
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -23,32 +25,23 @@
 
 class FakeAgentDaemon {
  public:
-  struct Reply {
-    std::vector<std::string> pieces;  // raw bytes, written one after another
-    int pauseMs = 0;                  // pause before every piece but the first
-    bool closeAfter = false;          // drop the connection after replying
-  };
-  using Handler = std::function<Reply(const std::string& request)>;
+  // Raw reply bytes for one request (called on any connection's thread);
+  // empty sends nothing.
+  using Handler = std::function<std::string(const std::string& request)>;
 
   // Length word (text + NUL), text, NUL.
   static std::string Frame(const std::string& text) {
     const uint32_t length = static_cast<uint32_t>(text.size() + 1);
-    std::string frame(reinterpret_cast<const char*>(&length), 4);
-    frame += text;
-    frame.push_back('\0');
-    return frame;
+    return std::string(reinterpret_cast<const char*>(&length), 4) + text + std::string(1, '\0');
   }
-  static Reply Whole(const std::string& text) { return Reply{{Frame(text)}, 0, false}; }
-
-  // Answer to the init-channel command: a data block carrying 7 at offset 65.
-  static std::string InitReply() {
-    std::string raw;
-    for (int i = 0; i < 218; ++i) raw += (i ? "," : "") + std::to_string(i == 65 ? 7 : 0);
-    return "{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":65440,\"ST\":0,\"DA\":{\"RAW\":[" + raw + "]}}]}}";
+  static bool IsInit(const std::string& request) { return request.find("\"OC\":65440") != std::string::npos; }
+  // Answers init commands, ignores everything else.
+  static std::string InitOnly(const std::string& request) {
+    return IsInit(request) ? Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":65440,\"ST\":0}]}}") : "";
   }
 
-  FakeAgentDaemon(const std::string& socketPath, Handler handler) : m_Handler(std::move(handler)) {
-    m_Listen = socket(AF_UNIX, SOCK_STREAM, 0);
+  explicit FakeAgentDaemon(const std::string& socketPath, Handler handler = InitOnly) : m_Handler(std::move(handler)) {
+    m_Listen = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un addr;
     std::memset(&addr, 0, sizeof(addr));
     addr.sun_family = AF_UNIX;
@@ -60,6 +53,7 @@ class FakeAgentDaemon {
     m_Thread = std::thread([this] { Serve(); });
   }
 
+  // Stops listening and drops every connection; the socket file stays.
   ~FakeAgentDaemon() {
     m_Stop = true;
     m_Thread.join();
@@ -70,67 +64,72 @@ class FakeAgentDaemon {
     std::lock_guard<std::mutex> lock(m_Mutex);
     return m_Requests;
   }
-  int connections() const { return m_Connections.load(); }
+  // Replies completely sent: once this counts a channel's init command,
+  // bytes pushed afterwards follow that reply.
+  int replies() const { return m_Replies.load(); }
 
-  // True when the request is an init-channel command.
-  static bool IsInit(const std::string& request) { return request.find("\"OC\":65440") != std::string::npos; }
+  // Raw bytes down the newest connection.
+  bool push(const std::string& bytes) {
+    std::lock_guard<std::mutex> lock(m_Mutex);
+    return !m_Open.empty() &&
+           send(m_Open.back(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  }
+  // The daemon's side of the newest connection goes away.
+  void hangUp() {
+    std::lock_guard<std::mutex> lock(m_Mutex);
+    if (!m_Open.empty()) shutdown(m_Open.back(), SHUT_RDWR);
+  }
 
  private:
   bool WaitReadable(int fd) {
-    while (!m_Stop) {
-      struct pollfd p = {fd, POLLIN, 0};
+    for (struct pollfd p = {fd, POLLIN, 0}; !m_Stop; p.revents = 0)
       if (poll(&p, 1, 20) > 0) return true;
-    }
     return false;
   }
-
-  bool ReadExactly(int fd, char* data, size_t size) {
-    size_t got = 0;
-    while (got < size) {
-      if (!WaitReadable(fd)) return false;
-      const ssize_t n = read(fd, data + got, size - got);
-      if (n <= 0) return false;
-      got += static_cast<size_t>(n);
-    }
-    return true;
+  // Clients send whole frames at once, so a blocking read cannot stall.
+  bool Read(int fd, void* data, size_t size) {
+    return size == 0 || (WaitReadable(fd) && recv(fd, data, size, MSG_WAITALL) == static_cast<ssize_t>(size));
   }
 
   void Serve() {
+    std::vector<std::thread> workers;
     while (WaitReadable(m_Listen)) {
-      const int fd = accept(m_Listen, nullptr, nullptr);
-      if (fd < 0) continue;
-      ++m_Connections;
-      ServeConnection(fd);
-      close(fd);
+      const int fd = accept4(m_Listen, nullptr, nullptr, SOCK_CLOEXEC);
+      if (fd >= 0) workers.emplace_back([this, fd] { ServeConnection(fd); });
     }
+    for (std::thread& worker : workers) worker.join();
   }
 
   void ServeConnection(int fd) {
-    for (;;) {
-      uint32_t length = 0;
-      if (!ReadExactly(fd, reinterpret_cast<char*>(&length), 4)) return;
+    WithLock([&] { m_Open.push_back(fd); });
+    uint32_t length = 0;
+    while (Read(fd, &length, 4)) {
       std::string payload(length, '\0');
-      if (length > 0 && !ReadExactly(fd, &payload[0], length)) return;
+      if (!Read(fd, &payload[0], length)) break;
       const std::string text(payload.c_str());
-      {
-        std::lock_guard<std::mutex> lock(m_Mutex);
-        m_Requests.push_back(text);
-      }
-      const Reply reply = m_Handler(text);
-      for (size_t i = 0; i < reply.pieces.size(); ++i) {
-        if (i > 0 && reply.pauseMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(reply.pauseMs));
-        const std::string& piece = reply.pieces[i];
-        if (send(fd, piece.data(), piece.size(), MSG_NOSIGNAL) < 0) return;
-      }
-      if (reply.closeAfter) return;
+      WithLock([&] { m_Requests.push_back(text); });
+      const std::string reply = m_Handler(text);
+      if (!reply.empty() && send(fd, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) break;
+      ++m_Replies;
     }
+    WithLock([&] {
+      m_Open.erase(std::find(m_Open.begin(), m_Open.end(), fd));
+      close(fd);
+    });
+  }
+
+  template <typename F>
+  void WithLock(F f) {
+    std::lock_guard<std::mutex> lock(m_Mutex);
+    f();
   }
 
   Handler m_Handler;
   int m_Listen = -1;
   std::atomic<bool> m_Stop{false};
-  std::atomic<int> m_Connections{0};
+  std::atomic<int> m_Replies{0};
   mutable std::mutex m_Mutex;
+  std::vector<int> m_Open;  // connections being served, oldest first
   std::vector<std::string> m_Requests;
   std::thread m_Thread;
 };
