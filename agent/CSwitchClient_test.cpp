@@ -233,8 +233,8 @@ TEST_F(SwitchClientTest, WaitForServiceFollowsTheAllowance) {
   };
   root_.writeFile("/usr/sbin/oasd", "");
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.maxWait ? c.maxWait : "(unset)") + (c.terminate ? " terminated" : "") +
-                 (c.binary ? "" : " no binary"));
+    SCOPED_TRACE(std::string(c.maxWait ? "\"" + std::string(c.maxWait) + "\"" : "unset") +
+                 (c.terminate ? " terminated" : "") + (c.binary ? "" : " no binary"));
     if (c.maxWait) setenv(CSwitchClient::kMaxWaitVariable, c.maxWait, 1);
     else unsetenv(CSwitchClient::kMaxWaitVariable);
     if (c.binary) root_.writeFile("/usr/sbin/omad", "");
