@@ -138,7 +138,11 @@ TEST(AgentSimServeTest, FaultModesOnTheWire) {
     ASSERT_TRUE(sim.control(std::string("fault ") + c.fault));
     TestClient client(sim.path("/dev/omadsj"));
     ASSERT_TRUE(client.SendBytes(Framed(kFans)));
-    EXPECT_EQ(client.ReadSome(c.quietMs), "");
+    // Without a quiet time the reply may already be there (slow sanitizer
+    // builds); reading it here would take it from the check below.
+    if (c.quietMs > 0) {
+      EXPECT_EQ(client.ReadSome(c.quietMs), "");
+    }
     EXPECT_EQ(client.ReadBytes(c.wire.size(), 3000), c.wire);
     EXPECT_EQ(client.ClosedByPeer(c.wire.empty() ? 3000 : 0), c.wire.empty());
   }
