@@ -3,12 +3,14 @@
 #   1. ASan+UBSan build, every test;
 #   2. TSan build, the tests that start threads or share locks;
 #   3. every fuzz target for a short time (tools/run-fuzzers.sh).
-# Prints the time of each phase; exits non-zero on the first failing phase.
+# Every phase runs even when an earlier one failed, so one run shows all
+# findings; the exit status is non-zero when any phase failed. Prints the
+# time of each phase.
 #
 # Environment: ZX_JOBS (default 2), ZX_FUZZ_SECONDS (per target, default 30),
 # ZX_THREAD_TESTS (ctest -R pattern for the TSan phase),
 # ZX_SKIP_FUZZ=1 (leave out phase 3, e.g. where clang is missing).
-set -eu
+set -u
 cd "$(dirname "$0")/.."
 jobs=${ZX_JOBS:-2}
 fuzz_seconds=${ZX_FUZZ_SECONDS:-30}
@@ -20,32 +22,47 @@ asan=${ZX_ASAN_BUILD:-build-hard/asan}
 tsan=${ZX_TSAN_BUILD:-build-hard/tsan}
 
 now() { date +%s; }
-phase() { echo "== ci-sanitizers: $1 ($(( $(now) - start ))s so far)"; }
 start=$(now)
+failed=""
+phase() { echo "== ci-sanitizers: $1 ($(( $(now) - start ))s so far)"; }
 
-phase "ASan+UBSan build"
-cmake -S . -B "$asan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZENTRIX_SANITIZE=address \
-  -DZENTRIX_BENCHMARKS=OFF >/dev/null
-cmake --build "$asan" -j"$jobs"
-phase "ASan+UBSan tests"
+# build <dir> <sanitizer>: configure and build everything but the benchmarks.
+build() {
+  cmake -S . -B "$1" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZENTRIX_SANITIZE="$2" \
+    -DZENTRIX_BENCHMARKS=OFF >/dev/null &&
+    cmake --build "$1" -j"$jobs"
+}
+
+phase "ASan+UBSan build and all tests"
 # Leaks count as failures; a report aborts the test that caused it.
-ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1} \
-UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
-  ctest --test-dir "$asan" --output-on-failure -j"$jobs"
+if build "$asan" address; then
+  ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1} \
+  UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
+    ctest --test-dir "$asan" --output-on-failure -j"$jobs" || failed="$failed asan-tests"
+else
+  failed="$failed asan-build"
+fi
 asan_done=$(now)
 
-phase "TSan build"
-cmake -S . -B "$tsan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZENTRIX_SANITIZE=thread \
-  -DZENTRIX_BENCHMARKS=OFF >/dev/null
-cmake --build "$tsan" -j"$jobs"
-phase "TSan tests matching '$thread_tests'"
-TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1} \
-  ctest --test-dir "$tsan" --output-on-failure -j"$jobs" -R "$thread_tests" --no-tests=error
+phase "TSan build and the tests matching '$thread_tests'"
+if build "$tsan" thread; then
+  TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1} \
+    ctest --test-dir "$tsan" --output-on-failure -j"$jobs" -R "$thread_tests" --no-tests=error ||
+    failed="$failed tsan-tests"
+else
+  failed="$failed tsan-build"
+fi
 tsan_done=$(now)
 
 if [ "${ZX_SKIP_FUZZ:-0}" != 1 ]; then
   phase "fuzz targets, ${fuzz_seconds}s each"
-  ZX_JOBS=$jobs tools/run-fuzzers.sh "$fuzz_seconds"
+  ZX_JOBS=$jobs tools/run-fuzzers.sh "$fuzz_seconds" || failed="$failed fuzz"
 fi
 end=$(now)
-echo "== ci-sanitizers: ASan $((asan_done - start))s, TSan $((tsan_done - asan_done))s, fuzz $((end - tsan_done))s, total $((end - start))s"
+echo "== ci-sanitizers: ASan $((asan_done - start))s, TSan $((tsan_done - asan_done))s," \
+  "fuzz $((end - tsan_done))s, total $((end - start))s"
+if [ -n "$failed" ]; then
+  echo "== ci-sanitizers: FAILED:$failed" >&2
+  exit 1
+fi
+echo "== ci-sanitizers: all phases passed"
