@@ -30,20 +30,6 @@ TEST(CCriticalSectionTest, RecursiveLockOpensOnlyAtItsOwnersLastLeave) {
   EXPECT_FALSE(lock.IsHeldByCaller());
 }
 
-TEST(CCriticalSectionTest, CleanupHandlerReleasesWholeRecursion) {
-  CCriticalSection lock;
-  lock.Enter();
-  lock.Enter();
-  CCriticalSection::CleanupHandlerForCritSecMutex(&lock);
-  EXPECT_EQ(0u, lock.RecursionCount());
-  unsigned seen = 0;
-  std::thread([&] {
-    CCriticalSectionGuard guard(lock);
-    seen = lock.RecursionCount();
-  }).join();  // would hang while still locked
-  EXPECT_EQ(1u, seen);
-}
-
 TEST(CCriticalSectionTest, NestedGuardsKeepACounterConsistentUnderContention) {
   CCriticalSection lock;
   long counter = 0;

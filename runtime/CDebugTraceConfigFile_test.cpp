@@ -25,26 +25,13 @@ class TraceConfigFileTest : public ::testing::Test {
   ScopedSystemRoot root_;
 };
 
-TEST_F(TraceConfigFileTest, SectionNameIgnoresCaseAndEndsAtNextBracket) {
-  CDebugTraceConfigFile file;
-  ASSERT_TRUE(Open(file,
-                   "[Other]\nFileDebugLevel=9\njunk [ZENTRIX]\nFileDebugLevel=2\n"
-                   "[Next]\nTraceFlags=4\n[EndOfFile]\n",
-                   "zentrix"));
-  EXPECT_EQ(root_.root() + "/cfg/t.ini", file.Path());
-  EXPECT_EQ(2u, Number(file, "FileDebugLevel"));
-  EXPECT_EQ(kAbsent, Number(file, "TraceFlags"));  // belongs to the next section
-
-  CDebugTraceConfigFile missing;
-  EXPECT_FALSE(Open(missing, "[Other]\nFileDebugLevel=9\n[EndOfFile]\n"));
-  EXPECT_TRUE(missing.Path().empty());
-  EXPECT_FALSE(missing.OpenSectionInIniFile("Zentrix", "none.ini", root_.root().c_str()));
-}
-
 // The key is a plain substring of the section; its value follows the next
-// "=", even on a later line, and is read with strtoul base 0.
+// "=", even on a later line, and is read with strtoul base 0. Each case sits
+// in "[ZENTRIX]" between two other sections: section names ignore case, and
+// a section ends at the next "[".
 TEST_F(TraceConfigFileTest, KeySearchIsPlainSubstringWithLooseValue) {
   const std::pair<const char*, unsigned> cases[] = {
+      {"FileDebugLevel=2", 2},
       {"# FileDebugLevel = 5 was too noisy\nFileDebugLevel = 1", 5},
       {"FileDebugLevel\n\n   =  \t 010", 8},
       {"FileDebugLevel=0x10", 16},
@@ -56,7 +43,10 @@ TEST_F(TraceConfigFileTest, KeySearchIsPlainSubstringWithLooseValue) {
   for (const auto& [body, expected] : cases) {
     SCOPED_TRACE(body);
     CDebugTraceConfigFile file;
-    ASSERT_TRUE(Open(file, std::string("[Zentrix]\n") + body + "\n[EndOfFile]\n"));
+    ASSERT_TRUE(Open(file,
+                     std::string("[Other]\nFileDebugLevel=9\njunk [ZENTRIX]\n") + body +
+                         "\n[Next]\nFileDebugLevel=6\n[EndOfFile]\n",
+                     "zentrix"));
     EXPECT_EQ(expected, Number(file, "FileDebugLevel"));
   }
 }
@@ -88,6 +78,7 @@ TEST_F(TraceConfigFileTest, EndOfFileMarkerDecidesWholeFile) {
       {"[EndOfFile]\n[Zentrix]\nFileDebugLevel=1\n", false},
       {"", false},
       {"[Zentrix\nFileDebugLevel=1\n[EndOfFile]\n", false},
+      {"[Other]\nFileDebugLevel=1\n[EndOfFile]\n", false},
   };
   for (const auto& [text, accepted] : cases) {
     SCOPED_TRACE(text);
@@ -100,7 +91,9 @@ TEST_F(TraceConfigFileTest, EndOfFileMarkerDecidesWholeFile) {
 
 TEST_F(TraceConfigFileTest, ReopenReadsRememberedPathAndClosesWhenFileShrank) {
   CDebugTraceConfigFile file;
+  EXPECT_FALSE(file.OpenSectionInIniFile("Zentrix", "none.ini", root_.root().c_str()));
   ASSERT_TRUE(Open(file, "[Zentrix]\nFileDebugLevel=1\n[EndOfFile]\n"));
+  EXPECT_EQ(root_.root() + "/cfg/t.ini", file.Path());
   root_.writeFile("/cfg/t.ini", "[Zentrix]\nFileDebugLevel=3\n[EndOfFile]\n");
   ASSERT_TRUE(file.OpenSectionInIniFile("Zentrix", nullptr, nullptr));
   EXPECT_EQ(3u, Number(file, "FileDebugLevel"));
