@@ -19,7 +19,7 @@ namespace {
 const char* const kTraceVariables[] = {
     "OV_LOG_DYNAMIC_UPDATE", "OV_LOG_DEBUG_LEVEL",   "OV_LOG_FILE_DIR",
     "OV_LOG_FILE_MAX_SIZE",  "OV_LOG_RINGBUF_DIR",   "OV_LOG_RINGBUF_WEIGHT",
-    "OV_LOG_RINGBUF_WEIGHT_ZENTRIX", "OV_LOG_NOHDR_TOSDTERR", "TraceFileLimit", "OV_HOSTNAME"};
+    "OV_LOG_RINGBUF_WEIGHT_ZENTRIX", "OV_LOG_NOHDR_TOSDTERR", "TraceFileLimit"};
 const std::string kConfigDir = "/etc/velmark/OrvanaSuite/TraceConfig";
 const std::string kTraceDir = "/var/log/orvmon";
 const std::string kTrailer = "## TRACE-END ##\n";
@@ -190,7 +190,6 @@ TEST_F(DebugTest, LogFileIsRecreatedAndTakesPrintAlwaysWhileTracingIsOff) {
 
 TEST_F(DebugTest, RingBufferHeaderThenRecordsAndWrapsBehindHeaderWithoutStartPhase) {
   RingConfig(1);
-  setenv("OV_HOSTNAME", "box7", 1);
   // The per-application weight beats the general one.
   setenv("OV_LOG_RINGBUF_WEIGHT", "3", 1);
   setenv("OV_LOG_RINGBUF_WEIGHT_ZENTRIX", "1", 1);
@@ -206,7 +205,6 @@ TEST_F(DebugTest, RingBufferHeaderThenRecordsAndWrapsBehindHeaderWithoutStartPha
   std::vector<std::string> lines = Lines(ring);
   ASSERT_GT(lines.size(), 80u);
   EXPECT_EQ("Orvana Environment:", MessageOf(lines[0]));
-  EXPECT_EQ("OV_HOSTNAME=box7", MessageOf(lines[9]));
   EXPECT_EQ("OV_LOG_RINGBUF_WEIGHT_ZENTRIX=1", MessageOf(lines[42]));
   EXPECT_EQ("DebugLevel                 : 2", MessageOf(lines[59]));
   EXPECT_EQ("# End of header.", MessageOf(lines[79]));
