@@ -42,7 +42,7 @@ Bytes join(std::initializer_list<Bytes> parts) {
 
 std::vector<SystemEventLog::Row> rowsOf(const Bytes& block) {
   // An exact-size heap copy, so ASan catches a read past the block.
-  std::unique_ptr<unsigned char[]> copy(new unsigned char[block.size() + 1]);
+  std::unique_ptr<unsigned char[]> copy(new unsigned char[block.size()]);
   std::copy(block.begin(), block.end(), copy.get());
   return SystemEventLog::rowsFromBlock(block.empty() ? nullptr : copy.get(), block.size());
 }
