@@ -155,4 +155,44 @@ TEST_F(RegistryTest, MalformedAndHostileFilesNeitherCrashNorRecurseWithoutBound)
   }
 }
 
+TEST_F(RegistryTest, KeysAndValuesAreCreatedEnumeratedAndDeleted) {
+  root_.makeDirs("/etc/orvmon");
+  CRegistry::SetupTree(true);
+  CRegistry registry;
+  ASSERT_EQ(0u, registry.CreateKey(CRegistry::MPLocalMachine, "SOFTWARE\\X\\Y"));
+  ASSERT_EQ(0u, registry.CreateKey(CRegistry::MPLocalMachine, "SOFTWARE\\X\\A"));
+  ASSERT_EQ(0u, registry.Open("SOFTWARE\\X", CRegistry::MPLocalMachine, -1));
+  EXPECT_TRUE(registry.SetValue("a", 1u));
+  EXPECT_TRUE(registry.SetValue("b", "2"));
+  EXPECT_NE(0u, registry.CreateKey(CRegistry::MPLocalMachine, "SOFTWARE\\X\\a\\z")) << "value in the way";
+  ASSERT_EQ(0u, registry.Open("SOFTWARE\\X", CRegistry::MPLocalMachine, -1)) << "CreateKey moves the handle";
+
+  unsigned subKeys = 0;
+  EXPECT_EQ(0u, registry.NoOfSubKeys(&subKeys));
+  EXPECT_EQ(2u, subKeys);
+  char name[16];
+  EXPECT_EQ(0u, registry.EnumKey(name, 16u, 0, nullptr, 0u));
+  EXPECT_STREQ("A", name) << "keys enumerate in name order";
+  EXPECT_EQ(CRegistry::kNoMoreItems, registry.EnumKey(name, 16u, 2, nullptr, 0u));
+  unsigned type = 0, dataSize = 1, nameSize = sizeof name;
+  unsigned char data[8];
+  EXPECT_EQ(CRegistry::kMoreData, registry.EnumVal(name, &nameSize, 1, &type, data, &dataSize));
+  EXPECT_STREQ("b", name);
+  EXPECT_EQ(2u, dataSize) << "a short buffer reports the size needed";
+
+  EXPECT_EQ(0u, registry.DeleteValue("a"));
+  EXPECT_EQ(CRegistry::kFileNotFound, registry.DeleteValue("a"));
+  EXPECT_EQ(CRegistry::kFileNotFound, registry.DeleteKey("b")) << "a value is not a key";
+  EXPECT_EQ(0u, registry.DeleteKey("Y"));
+  EXPECT_EQ(0u, registry.NoOfSubKeys(&subKeys));
+  EXPECT_EQ(1u, subKeys);
+
+  // A pointer value names the key to open.
+  ASSERT_TRUE(registry.SetValue("Ptr", "SOFTWARE\\X\\A"));
+  CRegistry pointer;
+  EXPECT_EQ(0u, pointer.OpenPointerKey("SOFTWARE\\X", "Ptr", CRegistry::MPLocalMachine, -1));
+  EXPECT_EQ(registry.GetNode()->findChild("A"), pointer.GetNode());
+  EXPECT_EQ(CRegistry::kOpenFailed, pointer.OpenPointerKey("SOFTWARE\\X", "Missing", CRegistry::MPLocalMachine, -1));
+}
+
 }  // namespace
