@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdarg>
+
 #include <unistd.h>
 #include <utime.h>
 
@@ -49,6 +51,13 @@ std::string MessageOf(const std::string& line, bool memoryColumn = false,
   return std::regex_match(line, match, std::regex(HeaderPattern(memoryColumn, label) + "(.*)"))
              ? match[1].str()
              : "<bad header>";
+}
+
+void ClientPrint(CDebug& debug, const char* client, const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  debug.ClientPrintV(fmt, args, client);
+  va_end(args);
 }
 
 size_t Count(const std::string& text, const std::string& what) {
@@ -186,6 +195,18 @@ TEST_F(DebugTest, LogFileIsRecreatedAndTakesPrintAlwaysWhileTracingIsOff) {
   EXPECT_EQ("ends in newline", MessageOf(lines[2], true));
   EXPECT_EQ("inner", MessageOf(lines[3], true));
   EXPECT_EQ("line", lines[4]);
+
+  // The command line, and a caller's own label once the log file is the target.
+  char program[] = "Zentrix", option[] = "-?";
+  char* argv[] = {program, option};
+  debug.SetMainParams(2, argv);
+  debug.SetTarget(1);
+  ClientPrint(debug, "Client", "\nfrom %s", "client");
+  lines = Lines(LogFile());
+  ASSERT_EQ(9u, lines.size());
+  EXPECT_EQ("Zentrix Command Line Options:", MessageOf(lines[5], true));
+  EXPECT_EQ("argv[1] = \"-?\"", MessageOf(lines[7], true));
+  EXPECT_EQ("from client", MessageOf(lines[8], true, "Client"));
 }
 
 TEST_F(DebugTest, RingBufferHeaderThenRecordsAndWrapsBehindHeaderWithoutStartPhase) {
