@@ -19,8 +19,8 @@ bool ParseCount(const std::string& text, unsigned& out) {
 
 }  // namespace
 
-bool ParseFault(const std::string& spec, Fault& fault, std::string& error) {
-  std::istringstream in(spec);
+bool ParseFault(const std::string& text, Fault& fault, std::string& error) {
+  std::istringstream in(text);
   std::vector<std::string> words;
   std::vector<std::string> options;
   for (std::string word; in >> word;) (word.find('=') == std::string::npos ? words : options).push_back(word);

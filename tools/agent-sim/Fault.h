@@ -37,7 +37,7 @@ struct Fault {
 // "none", "split N [PAUSE_MS]", "close", "invalid-json", "version V",
 // "length zero|max|over [EXTRA]", each optionally followed by "oc=ID" and
 // "count=N".
-bool ParseFault(const std::string& spec, Fault& fault, std::string& error);
+bool ParseFault(const std::string& text, Fault& fault, std::string& error);
 std::string DescribeFault(const Fault& fault);
 
 // One write of a reply: sent `waitMs` after the previous piece (or after the

@@ -340,12 +340,12 @@ std::string Server::Control(const std::string& line) {
   }
   if (command == "fault") {
     std::string error;
-    std::string spec = Rest(line, 1);
+    std::string faultText = Rest(line, 1);
     if (words.size() >= 2 && words[1] == "delay") {
       if (!number(2, options_.delayMs)) return "error delay needs milliseconds";
       return "ok";
     }
-    if (!ParseFault(spec, options_.fault, error)) return "error " + error;
+    if (!ParseFault(faultText, options_.fault, error)) return "error " + error;
     if (options_.fault.kind == FaultKind::kNone) options_.delayMs = 0;  // "none" clears every fault
     return "ok " + DescribeFault(options_.fault);
   }

@@ -13,7 +13,7 @@ namespace {
 void Usage() {
   std::fprintf(stderr,
                "usage: agent-sim [--root DIR] [--profile FILE] [--record FILE] [--event-interval MS]\n"
-               "                 [--delay MS] [--fault SPEC] [--check] [--verbose]\n"
+               "                 [--delay MS] [--fault FAULT] [--check] [--verbose]\n"
                "The root defaults to $ZENTRIX_ROOT; one of the two is required.\n");
 }
 
