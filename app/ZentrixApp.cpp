@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <exception>
 
 #include "app/CCmdLineT.h"
 #include "html/Zentrix.h"
@@ -105,7 +106,16 @@ int ZentrixApp::run(int argc, char** argv) {
 
   printf("\nGenerating HTML report...");
   Zentrix document;
-  const std::string html = document.renderContent();
+  std::string html;
+  try {
+    html = document.renderContent();
+  } catch (const std::exception& error) {
+    // A page builder gave up (an agent value it cannot represent, such as an
+    // unknown event severity): no report rather than a half one, and a plain
+    // message instead of an abort.
+    printf("\n!! Failed to generate HTML report! (Error %s)\n", error.what());
+    return -1;
+  }
 
   if (!path.empty()) {
     FILE* file = fopen(path.c_str(), "w");
