@@ -50,10 +50,6 @@ const char kNextRow[] = "\n          </tr>\n          <tr>";
 std::string render(const std::string& profile, size_t* raidRefreshes = nullptr) {
   AgentSimulator::Options options;
   options.profile = profile;
-  if (profile[0] == '{') {
-    options.profile = ::testing::TempDir() + "health-profile.json";
-    std::ofstream(options.profile) << profile;
-  }
   AgentSimulator sim(options);
   std::string html = ZentrixHealth().renderContent();
   for (const std::string& request : sim.requests()) {

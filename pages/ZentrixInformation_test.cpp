@@ -39,8 +39,7 @@ TEST(InformationPageTest, MissingValuesDropTheirLinesAndOnlyTwoAddressesShow) {
   };
   for (const auto& c : cases) {
     AgentSimulator::Options options;
-    options.profile = ::testing::TempDir() + "information-profile.json";
-    std::ofstream(options.profile) << c.profile;
+    options.profile = c.profile;
     AgentSimulator sim(options);
     const std::string html = ZentrixInformation().renderContent();
     for (const std::string& part : c.parts) EXPECT_NE(std::string::npos, html.find(part)) << c.profile << part;

@@ -58,21 +58,13 @@ const char* const kServerProfile = R"({"cabinet": 7,
 
 using Lines = std::vector<std::string>;
 
-// One simulated agent serving `profileJson` (written to a temporary file).
+// One simulated agent serving `profileJson`.
 class Agent {
  public:
   explicit Agent(const std::string& profileJson) {
-    char pattern[] = "/tmp/zentrix-profile-XXXXXX";
-    close(mkstemp(pattern));
-    profile_ = pattern;
-    std::ofstream(profile_) << profileJson;
     AgentSimulator::Options options;
-    options.profile = profile_;
+    options.profile = profileJson;
     sim_ = std::make_unique<AgentSimulator>(options);
-  }
-  ~Agent() {
-    sim_.reset();
-    unlink(profile_.c_str());
   }
   AgentSimulator& sim() { return *sim_; }
 
@@ -103,7 +95,6 @@ class Agent {
   }
 
  private:
-  std::string profile_;
   std::unique_ptr<AgentSimulator> sim_;
 };
 

@@ -55,6 +55,11 @@ AgentSimulator::AgentSimulator(Options options) : options_(std::move(options)) {
   root_ = pattern;
   recordFile_ = root_ + "/agent-sim.requests";
   setenv(CSystemRoot::kEnvironmentVariable, root_.c_str(), 1);
+  if (options_.profile.compare(0, 1, "{") == 0) {
+    const std::string file = root_ + "/profile.json";
+    std::ofstream(file) << options_.profile;
+    options_.profile = file;
+  }
   if (!launch()) ADD_FAILURE() << "AgentSimulator: agent-sim did not come up under " << root_;
 }
 

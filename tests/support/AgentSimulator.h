@@ -24,8 +24,9 @@
 class AgentSimulator {
  public:
   struct Options {
-    // A name of tools/agent-sim/profiles ("typical", "empty", "degraded")
-    // or a path to a profile file (anything containing a '/').
+    // A name of tools/agent-sim/profiles ("typical", "empty", "degraded"),
+    // a path to a profile file (anything containing a '/'), or the profile
+    // itself (text starting with '{', kept in the simulator's root).
     std::string profile = "typical";
     // Extra command-line arguments for agent-sim ("--event-interval", "200",
     // "--fault", "close count=1", ...).

@@ -165,7 +165,7 @@ TEST(AgentSimServeTest, CleansUpOnTerminationAndRestoresTheLaunchersRoot) {
 }
 
 TEST(AgentSimServeTest, RefusesTheRealRootAndABadProfile) {
-  const std::string bin = ZX_AGENT_SIM, badProfile = testing::TempDir() + "agent-sim-bad-profile.json";
+  const std::string bin = ZX_AGENT_SIM, badProfile = testing::TempDir() + "agent-sim-bad-profile-" + std::to_string(getpid()) + ".json";
   std::ofstream(badProfile) << R"({"fans": [{"speed": 1}]})";
   EXPECT_EQ(WEXITSTATUS(std::system((bin + " --root / 2>/dev/null").c_str())), 2);
   EXPECT_EQ(WEXITSTATUS(std::system(("env -u ZENTRIX_ROOT " + bin + " 2>/dev/null").c_str())), 2);
