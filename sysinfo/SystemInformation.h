@@ -162,7 +162,7 @@ class SystemInformation : public CSwitchClient {
 
   SipJson m_Cmd;
   TextMap m_TextMap;
-  uint32_t m_Reserved;
+  [[maybe_unused]] uint32_t m_Reserved;  // set, never read: part of the layout
   uint32_t m_CabinetNumber;
   uint16_t m_RequestTimeout;
 };
