@@ -52,22 +52,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   shutdown(fds[1], SHUT_WR);
 
-  int fd = fds[0];
-  bool channelClosed = false;
+  const int fd = fds[0];
   for (int i = 0; i < kMaxEvents; ++i) {
     SipJson event;
     const int next = client.JsonGetEvent(event, fd, "fuzz");
     (void)event.GetCmdElemValue(0, "OC", 0);
     (void)event.HasReplyData();
     if (next != fd) {
-      // -1: end of the channel, or a reopen that found no daemon (which
-      // closed our end already). There is no daemon to hand out a new one.
+      // There is no daemon to hand out a new channel: only -1 can come back.
       if (next >= 0) abort();
-      channelClosed = true;
       break;
     }
   }
-  if (!channelClosed) close(fd);
+  // -1 leaves the channel open at its end, but closed after a failed
+  // reopen. Nothing else runs here, so the number cannot have been reused.
+  if (fcntl(fd, F_GETFD) != -1) close(fd);
   close(fds[1]);
   return 0;
 }
