@@ -7,13 +7,7 @@
 
 namespace {
 
-// Status codes the agent uses for "answered"; anything else is a failure.
-bool isAcceptedStatus(unsigned status) {
-  return status == 0 || status == 12 || status == 21 || status == 255;
-}
-
 constexpr unsigned kStatusAbsent = 22;
-constexpr int kTypeNull = 0;
 constexpr int kTypeString = 5;
 constexpr int kTypeNumber = 6;
 
@@ -66,14 +60,9 @@ bool SystemInformation::sendRead(unsigned int valueId, unsigned int subIndex, un
 }
 
 bool SystemInformation::replyHasData() const {
-  // Redundant after the status-0 test of the request, kept as a second guard.
-  if (!isAcceptedStatus(m_Cmd.GetCmdElemValue(cmdIndex(), "ST", kStatusAbsent))) return false;
-  const int type = m_Cmd.GetCmdDataType(cmdIndex());
-  if (type == kTypeNull) return false;
-  if ((type >= 1 && type <= 4) || type == kTypeNumber) return true;
-  const SipJson::GenericValue* data = m_Cmd.FindCmdMember(cmdIndex(), "DA");
-  if (data == nullptr || data->IsNull()) return false;
-  return data->IsNumber() || m_Cmd.GetCmdDataSize(cmdIndex()) != 0;
+  // The record's own rule; its accepted-status test is redundant after the
+  // status-0 test of the request and kept as a second guard.
+  return m_Cmd.HasReplyData();
 }
 
 std::string SystemInformation::getSipStringValue(unsigned int valueId, unsigned int subIndex,
