@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <new>
+#include <memory>
 #include <string>
 
 #include "agent/CSwitchClient.h"
@@ -349,8 +349,8 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
     reopen = true;
   } else {
     const size_t capacity = static_cast<size_t>(length) + 20;
-    char* buffer = static_cast<char*>(std::malloc(capacity));
-    if (buffer == nullptr) {
+    const std::unique_ptr<char, decltype(&std::free)> buffer(static_cast<char*>(std::malloc(capacity)), &std::free);
+    if (!buffer) {
       g_Debug.PrintAlways("GetEventJson: ERROR: Can't allocate memory for JSON event!\n");
       return fd;
     }
@@ -362,7 +362,6 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
         // Stopping wins over the rest of this event; the caller sees the
         // wake-up at its next wait.
         g_Debug.Print(1, "GetEventJson: terminate signaled while receiving on fd=%d --> ignore this event\n", fd);
-        std::free(buffer);
         return fd;
       }
       if (wait == Wait::kSilent) {
@@ -370,11 +369,10 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
                       fd, static_cast<int>(received), static_cast<int>(length), pass);
         continue;
       }
-      ssize_t r = read(fd, buffer + received, length - received);
+      ssize_t r = read(fd, buffer.get() + received, length - received);
       if (r == 0 && received == 0) {
         g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d failed EOF (inLength=%d, InMax=%d) --> ignore this event!\n",
                       fd, 0, static_cast<int>(length));
-        std::free(buffer);
         return -1;
       }
       if (r < 0 && errno == EINTR) {
@@ -405,8 +403,7 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
                     fd, static_cast<int>(received), static_cast<int>(length));
       reopen = true;
     }
-    if (complete) text.assign(buffer, strnlen(buffer, received));
-    std::free(buffer);
+    if (complete) text.assign(buffer.get(), strnlen(buffer.get(), received));
   }
 
   if (reopen) {
