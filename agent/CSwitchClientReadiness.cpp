@@ -4,7 +4,6 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "agent/CSwitchClient.h"
+#include "agent/JsonChannel.h"
 #include "runtime/CDebug.h"
 #include "runtime/CSystemRoot.h"
 
@@ -26,21 +26,6 @@ unsigned ThreadId() { return static_cast<unsigned>(pthread_self()); }
 bool PathExists(const std::string& path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0;
-}
-
-// Connects `fd` to the Unix socket at `path`; errno tells why not.
-bool ConnectTo(int fd, const char* path) {
-  struct sockaddr_un addr;
-  std::memset(&addr, 0, sizeof(addr));
-  addr.sun_family = AF_UNIX;
-  const size_t length = std::strlen(path);
-  if (length > sizeof(addr.sun_path)) {
-    errno = ENAMETOOLONG;
-    return false;
-  }
-  std::memcpy(addr.sun_path, path, length);
-  return connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
-                 static_cast<socklen_t>(sizeof(addr.sun_family) + length)) == 0;
 }
 
 // "/var/run/" + base name of the binary + ".pid", below the system root.
@@ -93,7 +78,7 @@ bool CSwitchClient::TryOpenOmadSocket(const char* socketPath) {
     errno = err;
     return false;
   }
-  if (!ConnectTo(fd, socketPath)) {
+  if (!ConnectUnixSocket(fd, socketPath)) {
     const int err = errno;
     g_Debug.Print(1, "TryOpenOmadSocket: connect to socket on %s failed (thrId=0x%08X): %s\n", socketPath, ThreadId(),
                   strerror(err));
@@ -191,7 +176,7 @@ bool CSwitchClient::WaitForServiceAvailable(int terminateFd) {
     if (IsServiceRunning(daemon.c_str()) && PathExists(requestSocket)) {
       const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
       if (fd >= 0) {
-        const bool connected = ConnectTo(fd, eventSocket.c_str());
+        const bool connected = ConnectUnixSocket(fd, eventSocket.c_str());
         close(fd);
         if (connected) {
           g_Debug.Print(1, "WaitForServiceAvailable: omad service is now available (AccumulatedWaitTime=%d)\n",

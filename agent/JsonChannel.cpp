@@ -79,19 +79,7 @@ int OpenDevice(const char* path) {
                         strerror(errno));
     return -1;
   }
-  struct sockaddr_un addr;
-  std::memset(&addr, 0, sizeof(addr));
-  addr.sun_family = AF_UNIX;
-  const size_t length = std::strlen(where);
-  int rc = -1;
-  if (length > sizeof(addr.sun_path)) {
-    errno = ENAMETOOLONG;
-  } else {
-    std::memcpy(addr.sun_path, where, length);
-    rc = connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
-                 static_cast<socklen_t>(sizeof(addr.sun_family) + length));
-  }
-  if (rc < 0) {
+  if (!ConnectUnixSocket(fd, where)) {
     const int err = errno;
     g_Debug.PrintAlways("OpenDevice: ERROR: connect to socket on %s failed (thrId=0x%08X): %s\n", where, ThreadId(),
                         strerror(err));
@@ -100,6 +88,20 @@ int OpenDevice(const char* path) {
     return -2;
   }
   return fd;
+}
+
+bool ConnectUnixSocket(int fd, const char* path) {
+  struct sockaddr_un addr;
+  std::memset(&addr, 0, sizeof(addr));
+  addr.sun_family = AF_UNIX;
+  const size_t length = std::strlen(path);
+  if (length > sizeof(addr.sun_path)) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  std::memcpy(addr.sun_path, path, length);
+  return connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
+                 static_cast<socklen_t>(sizeof(addr.sun_family) + length)) == 0;
 }
 
 int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {

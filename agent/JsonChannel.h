@@ -32,6 +32,10 @@ enum : unsigned {
 // Connected descriptor, -1 (socket not created) or -2 (connect failed).
 int OpenDevice(const char* path);
 
+// Connects fd to the Unix socket at path; false with errno telling why
+// (ENAMETOOLONG when the path does not fit a socket address).
+bool ConnectUnixSocket(int fd, const char* path);
+
 // pollMask when fd shows all its bits; -3 bad fd, -4 zero timeout, -6 poll
 // error or hang-up, -9 error condition or incomplete mask, -15 time-out.
 int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec);
