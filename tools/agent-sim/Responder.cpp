@@ -71,6 +71,8 @@ Outcome Responder::Respond(const std::string& requestText, int channelFd) {
   if (sip.HasMember("V")) sip["V"].SetUint(1);
   else sip.AddMember("V", 1u, allocator);
   Value& commands = sip["CMD"];
+  if (!commands.Empty() && commands[0].IsObject() && commands[0].HasMember("OC") && commands[0]["OC"].IsUint())
+    outcome.firstOc = commands[0]["OC"].GetUint();
   for (Value& command : commands.GetArray()) {
     if (!command.IsObject()) continue;
     Address at{Member(command, "OC"), Member(command, "OE"), Member(command, "OI")};

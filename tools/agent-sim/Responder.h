@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "Profile.h"
@@ -11,6 +12,7 @@ struct Outcome {
   std::string reply;               // complete reply text (no framing)
   bool registersEventChannel = false;
   bool clearedStatus = false;      // a Driver Monitor status reset was done
+  uint32_t firstOc = 0;            // value id of the first command, 0 if none
 };
 
 // Answers request texts from the profile's values: every command of the

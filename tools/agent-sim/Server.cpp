@@ -222,17 +222,8 @@ void Server::HandleFrame(Connection& connection, const std::string& text) {
   if (outcome.registersEventChannel && connection.channel == Channel::kEvent) connection.eventRegistered = true;
   if (outcome.clearedStatus) ++clears_;
 
-  uint32_t oc = 0;
-  rapidjson::Document request;
-  request.Parse(text.c_str());
-  if (!request.HasParseError() && request.IsObject() && request.HasMember("SIP") && request["SIP"].IsObject() &&
-      request["SIP"].HasMember("CMD") && request["SIP"]["CMD"].IsArray() && !request["SIP"]["CMD"].Empty() &&
-      request["SIP"]["CMD"][0].IsObject() && request["SIP"]["CMD"][0].HasMember("OC") &&
-      request["SIP"]["CMD"][0]["OC"].IsUint())
-    oc = request["SIP"]["CMD"][0]["OC"].GetUint();
-
   Fault none;
-  const Fault& fault = options_.fault.Applies(oc) ? options_.fault : none;
+  const Fault& fault = options_.fault.Applies(outcome.firstOc) ? options_.fault : none;
   if (&fault == &options_.fault && options_.fault.remaining > 0) --options_.fault.remaining;
   Log("reply: " + outcome.reply);
   Enqueue(connection, ShapeReply(outcome.reply, fault, options_.delayMs));
