@@ -31,7 +31,11 @@ std::string TableComponent::renderContent() {
     html += "</td>";
     for (const std::string& cell : row.second) {
       html += "\n            <td>";
-      html += cell.empty() ? std::string("N/A") : cell;
+      if (cell.empty()) {
+        html += "N/A";
+      } else {
+        html += cell;
+      }
       html += "</td>";
     }
     html += "\n          </tr>";
