@@ -409,6 +409,9 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
   if (reopen) {
     int newFd = ReOpenEventChannel(clientName, fd);
     if (newFd < 0) {
+      // The reopen closed the old descriptor; the caller unregisters the
+      // channel after -1 and must not close that number a second time.
+      if (m_FdEventChannel == fd) m_FdEventChannel = -1;
       g_Debug.PrintAlways("GetEventJson: ERROR: Can't reopen Event Channel on %s --> ignore this event!\n", kEventSocket);
       return -1;
     }
