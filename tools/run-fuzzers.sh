@@ -57,7 +57,7 @@ for t in $targets; do
   rc=$?
   set -e
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
-  echo "$t: exit $rc, ${execs:-?} executions in ${seconds}s" | tee -a "$summary"
+  echo "$t: exit $rc, ${execs:-?} executions (budget ${seconds}s)" | tee -a "$summary"
   if [ "$rc" != 0 ]; then
     failed="$failed $t"
     grep -E "ERROR|SUMMARY|runtime error|Test unit written" "$log" | head -n 20 >&2
