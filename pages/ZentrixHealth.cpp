@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "pages/PageFrame.h"
 #include "html/CollapsibleComposite.h"
 #include "pages/SystemEventLog.h"
 #include "xml/CMarkup.h"
@@ -33,8 +34,7 @@ std::string ZentrixHealth::renderContent() {
   fillSystemBoard();
   fillNetwork();
   fillSystemLog();
-  return "\n  <button type=\"button\" class=\"title-text title-line\">" + getTitle() +
-         "</button>\n  <div class=\"content-main\">" + HTMLComposite::renderContent() + "\n  </div>";
+  return renderPageFrame(getTitle(), HTMLComposite::renderContent());
 }
 
 // ---- cell texts -----------------------------------------------------------

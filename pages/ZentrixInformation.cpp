@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "pages/PageFrame.h"
 #include "html/CollapsibleComposite.h"
 #include "html/PanelComponent.h"
 
@@ -12,8 +13,7 @@ std::string ZentrixInformation::renderContent() {
   fillSystemBoardPanel();
   fillOperatingSystemPanel();
   fillSystemManagementSoftwarePanel();
-  return "\n  <button type=\"button\" class=\"title-text title-line\">" + getTitle() +
-         "</button>\n  <div class=\"content-main\">" + HTMLComposite::renderContent() + "\n  </div>";
+  return renderPageFrame(getTitle(), HTMLComposite::renderContent());
 }
 
 void ZentrixInformation::addSection(const std::string& title, const std::vector<Field>& fields) {
