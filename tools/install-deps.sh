@@ -1,8 +1,19 @@
 #!/bin/sh
-# Installs the Debian packages the build and the tests need, only when one is
-# missing (a minimal Debian 12 has no compiler, no cmake and no python3).
+# Installs the Debian packages a task needs, only when one is missing (a
+# minimal Debian 12 has no compiler, no cmake and no python3).
+#   install-deps.sh [group...]   groups: build (default), browser, bench, package
 set -e
-packages="cmake make g++ rapidjson-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-14 libclang-rt-14-dev"
+[ $# -eq 0 ] && set -- build
+packages=""
+for group in "$@"; do
+  case "$group" in
+    build) packages="$packages cmake make g++ rapidjson-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-14 libclang-rt-14-dev" ;;
+    browser) packages="$packages chromium chromium-driver python3-selenium" ;;
+    bench) packages="$packages python3 python3-matplotlib" ;;
+    package) packages="$packages dpkg-dev file" ;;
+    *) echo "install-deps.sh: unknown group $group" >&2; exit 2 ;;
+  esac
+done
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
