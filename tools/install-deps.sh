@@ -8,7 +8,7 @@ packages=""
 for group in "$@"; do
   case "$group" in
     build) packages="$packages cmake make g++ rapidjson-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-14 libclang-rt-14-dev" ;;
-    browser) packages="$packages chromium chromium-driver python3-selenium" ;;
+    browser) packages="$packages chromium chromium-driver python3-selenium python3-pil" ;;
     bench) packages="$packages python3 python3-matplotlib" ;;
     package) packages="$packages dpkg-dev file" ;;
     *) echo "install-deps.sh: unknown group $group" >&2; exit 2 ;;
