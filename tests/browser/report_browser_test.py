@@ -253,7 +253,7 @@ class SectionsTest(ReportTestCase):
         self.assertEqual(pages, collections.Counter(line.text for line in lines))
 
     def test_every_section_is_closed_at_first(self):
-        self.b.screenshot("closed.png")
+        self.b.screenshot("browser-closed.png")
         for button, title in zip(self.b.buttons(), self.b.titles()):
             with self.subTest(section=title):
                 state = self.b.state(button)
@@ -290,7 +290,7 @@ class ToggleTest(ReportTestCase):
                 first_child = self.b.js("return arguments[0].nextElementSibling.firstElementChild", button)
                 self.assertTrue(first_child.is_displayed())
                 if button.text == "System":
-                    self.b.screenshot("open.png")
+                    self.b.screenshot("browser-open.png")
 
                 self.b.click(button)
                 state = self.b.state(button)
@@ -325,7 +325,7 @@ class ToggleTest(ReportTestCase):
             self.assertAlmostEqual(state["scrollHeight"], state["height"], delta=1, msg=self.b.title(child))
             self.assertLessEqual(state["bottom"], parent_state["bottom"] + 0.5, self.b.title(child))
         self.b.js("arguments[0].scrollIntoView()", parent)
-        self.b.screenshot("nested.png")
+        self.b.screenshot("browser-nested.png")
 
         # Closing a child grows the parent once more; the parent is never shrunk.
         before = int(parent_state["inline"].replace("px", ""))
@@ -384,7 +384,7 @@ class IconsTest(ReportTestCase):
         self.assertEqual(len(drawn), len(set(drawn.values())), "two statuses show the same icon")
         if settings.all_statuses:
             self.b.js("window.scrollTo(0, 0)")
-            self.b.screenshot("icons.png")
+            self.b.screenshot("browser-icons.png")
 
 
 class ConsoleTest(ReportTestCase):
