@@ -1,0 +1,286 @@
+// Rendering cost of the report: one big table on its own, and the whole
+// document against the agent simulator, typical and scaled up. Besides time,
+// each run reports the output size, the requests sent, and the peak of live
+// heap bytes while the document is built and rendered (malloc is counted
+// below; the simulator is another process and not included).
+#include <benchmark/benchmark.h>
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "html/CollapsibleComposite.h"
+#include "html/HTMLComposite.h"
+#include "html/TableComponent.h"
+#include "html/Zentrix.h"
+#include "tests/support/AgentSimulator.h"
+
+// ---------------------------------------------------------------------------
+// Live heap bytes. Sanitizer builds bring their own allocator; there the
+// counters stay 0.
+namespace {
+std::atomic<int64_t> g_HeapLive{0};
+std::atomic<int64_t> g_HeapPeak{0};
+
+void CountAlloc(void* p) {
+  if (p == nullptr) return;
+  const int64_t now = g_HeapLive.fetch_add(static_cast<int64_t>(malloc_usable_size(p))) +
+                      static_cast<int64_t>(malloc_usable_size(p));
+  int64_t peak = g_HeapPeak.load(std::memory_order_relaxed);
+  while (now > peak && !g_HeapPeak.compare_exchange_weak(peak, now)) {
+  }
+}
+void CountFree(void* p) {
+  if (p != nullptr) g_HeapLive.fetch_sub(static_cast<int64_t>(malloc_usable_size(p)));
+}
+
+// Resets the peak to the current level and returns that level.
+int64_t StartHeapWatch() {
+  const int64_t now = g_HeapLive.load();
+  g_HeapPeak.store(now);
+  return now;
+}
+}  // namespace
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* __libc_memalign(size_t, size_t);
+void __libc_free(void*);
+
+void* malloc(size_t size) {
+  void* p = __libc_malloc(size);
+  CountAlloc(p);
+  return p;
+}
+void* calloc(size_t count, size_t size) {
+  void* p = __libc_calloc(count, size);
+  CountAlloc(p);
+  return p;
+}
+void* realloc(void* old, size_t size) {
+  CountFree(old);
+  void* p = __libc_realloc(old, size);
+  // A failed realloc leaves the old block in place.
+  CountAlloc(p != nullptr || size == 0 ? p : old);
+  return p;
+}
+void* memalign(size_t alignment, size_t size) {
+  void* p = __libc_memalign(alignment, size);
+  CountAlloc(p);
+  return p;
+}
+void* aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
+int posix_memalign(void** out, size_t alignment, size_t size) {
+  void* p = memalign(alignment, size);
+  if (p == nullptr) return 12;  // ENOMEM
+  *out = p;
+  return 0;
+}
+void free(void* p) {
+  CountFree(p);
+  __libc_free(p);
+}
+}
+#endif
+
+namespace {
+
+// ---------------------------------------------------------------------------
+// One table of range(0) rows, rendered again and again.
+
+void BM_TableRender(benchmark::State& state) {
+  TableComponent table;
+  for (const char* column : {"Status", "Designation", "Type", "RPM"}) table.addColumn(column);
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    table.addRow(ComponentStatus(STATUS_NORMAL, "OK"),
+                 {"FAN" + std::to_string(i) + " SYS", i % 7 == 0 ? "" : "CPU Fan", std::to_string(5400 + i % 300)});
+  }
+  size_t bytes = 0;
+  int64_t heapPeak = 0;
+  for (auto _ : state) {
+    const int64_t base = StartHeapWatch();
+    std::string html = table.renderContent();
+    heapPeak = std::max(heapPeak, g_HeapPeak.load() - base);
+    bytes = html.size();
+    benchmark::DoNotOptimize(html.data());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.counters["output_bytes"] = static_cast<double>(bytes);
+  state.counters["heap_peak_per_output"] = bytes ? static_cast<double>(heapPeak) / bytes : 0;
+}
+BENCHMARK(BM_TableRender)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// A page-shaped tree without the agent: range(0) categories, each holding
+// two sections of one 2000-row table, rendered from the top.
+void BM_SectionTreeRender(benchmark::State& state) {
+  HTMLComposite page;
+  for (int64_t c = 0; c < state.range(0); ++c) {
+    HTMLComponent* category = new CollapsibleComposite;
+    category->setTitle("Category " + std::to_string(c));
+    for (int s = 0; s < 2; ++s) {
+      HTMLComponent* table = new TableComponent;
+      for (const char* column : {"Status", "Designation", "Location"}) table->addColumn(column);
+      for (int r = 0; r < 2000; ++r) {
+        table->addRow(ComponentStatus(STATUS_WARNING, "Warning"),
+                      {"Dual-port 10GbE Adapter (port " + std::to_string(r) + ")", "PCI slot 2, bus 0x18"});
+      }
+      HTMLComponent* section = new CollapsibleComposite;
+      section->setTitle("Section");
+      section->setStatus(STATUS_NORMAL);
+      section->add(table);
+      category->add(section);
+    }
+    page.add(category);
+  }
+  size_t bytes = 0;
+  int64_t heapPeak = 0;
+  for (auto _ : state) {
+    const int64_t base = StartHeapWatch();
+    std::string html = page.renderContent();
+    heapPeak = std::max(heapPeak, g_HeapPeak.load() - base);
+    bytes = html.size();
+    benchmark::DoNotOptimize(html.data());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.counters["output_bytes"] = static_cast<double>(bytes);
+  state.counters["heap_peak_per_output"] = bytes ? static_cast<double>(heapPeak) / bytes : 0;
+}
+BENCHMARK(BM_SectionTreeRender)->Arg(10)->Unit(benchmark::kMillisecond);
+
+// ---------------------------------------------------------------------------
+// The whole document against the simulator.
+
+long RequestsServed(const AgentSimulator& sim) {
+  const std::string status = sim.query("status");
+  const size_t at = status.find(" requests=");
+  return at == std::string::npos ? 0 : std::strtol(status.c_str() + at + 10, nullptr, 10);
+}
+
+void RenderReports(benchmark::State& state, AgentSimulator& sim) {
+  if (!sim.running()) {
+    state.SkipWithError("simulator did not start");
+    return;
+  }
+  size_t bytes = 0;
+  long requests = 0;
+  int64_t heapPeak = 0;
+  for (auto _ : state) {
+    const long before = RequestsServed(sim);
+    const int64_t base = StartHeapWatch();
+    {
+      Zentrix document;
+      std::string html = document.renderContent();
+      bytes = html.size();
+      benchmark::DoNotOptimize(html.data());
+    }
+    heapPeak = std::max(heapPeak, g_HeapPeak.load() - base);
+    state.PauseTiming();
+    requests = RequestsServed(sim) - before;
+    state.ResumeTiming();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * requests));
+  state.counters["output_bytes"] = static_cast<double>(bytes);
+  state.counters["requests"] = static_cast<double>(requests);
+  state.counters["heap_peak_bytes"] = static_cast<double>(heapPeak);
+  state.counters["heap_peak_per_output"] = bytes ? static_cast<double>(heapPeak) / bytes : 0;
+}
+
+AgentSimulator::Options SimulatorWith(std::string profile) {
+  AgentSimulator::Options options;
+  options.profile = std::move(profile);
+  options.record = false;
+  return options;
+}
+
+void BM_ReportTypical(benchmark::State& state) {
+  AgentSimulator sim(SimulatorWith("typical"));
+  RenderReports(state, sim);
+}
+BENCHMARK(BM_ReportTypical)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A server description with n entries in every component list (RAID: one
+// adapter with n logical and n physical drives) and `events` event log
+// records. A reply bigger than the socket buffer arrives in pieces, a second
+// apart by design, so large event logs measure that pacing above all.
+std::string LargeProfile(int64_t n, int64_t events) {
+  auto number = [](int64_t v) { return std::to_string(v); };
+  auto list = [n](const char* name, auto entry) {
+    std::string text = std::string(",\"") + name + "\":[";
+    for (int64_t i = 0; i < n; ++i) text += (i ? "," : "") + entry(i);
+    return text + "]";
+  };
+  std::string p = "{\"cabinet\":0,\"system\":{\"model\":\"ORVANA RS9000 XL\",\"serialNumber\":\"VM4K0000001\","
+                  "\"hostName\":\"big.example.net\",\"uptimeSeconds\":1123456,\"osName\":\"Debian GNU/Linux 12\"}";
+  p += list("fans", [&](int64_t i) {
+    return "{\"designation\":\"FAN" + number(i) + " SYS\",\"status\":1,\"type\":3,\"rpm\":" + number(5000 + i % 900) + "}";
+  });
+  p += list("temperatureSensors", [&](int64_t i) {
+    return "{\"designation\":\"Sensor " + number(i) + "\",\"status\":6,\"type\":" + number(1 + i % 5) +
+           ",\"celsius\":" + number(20 + i % 40) + "}";
+  });
+  p += list("powerSupplies", [&](int64_t i) {
+    return "{\"designation\":\"PSU" + number(i) + "\",\"status\":1,\"currentWatts\":" + number(100 + i % 700) +
+           ",\"nominalWatts\":800}";
+  });
+  p += list("voltages", [&](int64_t i) {
+    return "{\"designation\":\"RAIL " + number(i) + " 3.3V\",\"status\":1,\"current\":330,\"min\":297,\"max\":363}";
+  });
+  p += list("memoryModules", [&](int64_t i) {
+    return "{\"socket\":\"DIMM-" + number(i) + "\",\"status\":1,\"sizeMB\":32768,\"type\":\"DDR5\","
+           "\"subtype\":\"RDIMM 4800\"}";
+  });
+  p += list("processors", [&](int64_t i) {
+    return "{\"socket\":\"CPU" + number(i) + "\",\"status\":1,\"type\":\"x86-64 64-Core Processor\",\"mhz\":2600}";
+  });
+  p += list("pciSlots", [&](int64_t i) {
+    return "{\"designation\":\"PCIE-" + number(i) + " (x16)\",\"status\":" + number(i % 2 ? 1 : 4) + "}";
+  });
+  p += list("driverMonitor", [&](int64_t i) {
+    return "{\"designation\":\"Adapter " + number(i) + "\",\"location\":\"PCI bus 0x" + number(i % 256) +
+           "\",\"class\":" + number(2 + i % 2) + ",\"status\":1}";
+  });
+  std::string logical;
+  std::string physical;
+  for (int64_t i = 0; i < n; ++i) {
+    logical += (i ? "," : "") + ("{\"designation\":\"LogicalDrive_" + number(i) +
+                                 "\",\"status\":0,\"level\":\"RAID-1\",\"sizeMB\":457862}");
+    physical += (i ? "," : "") + ("{\"designation\":\"SSD SATA 6G 480GB (" + number(i) +
+                                  ")\",\"status\":0,\"smart\":0,\"interface\":7,\"sizeMB\":457862}");
+  }
+  p += ",\"raid\":{\"version\":\"7.31.3\",\"status\":1,\"adapters\":[{\"designation\":\"SAS RAID 12G\",\"status\":0,"
+       "\"logicalDrives\":[" + logical + "],\"physicalDrives\":[" + physical + "]}]}";
+  p += ",\"overall\":{\"environment\":1,\"powerSupply\":1,\"massStorage\":1,\"systemBoard\":1,\"network\":1}";
+  p += ",\"ipAddresses\":[\"10.17.4.23\",\"2001:db8:17::23\"]";
+  p += ",\"eventLog\":[";
+  for (int64_t i = 0; i < events; ++i) {
+    p += (i ? "," : "") + ("{\"severity\":" + number(i % 4) + ",\"code\":" + number(800 + i % 4000) +
+                           ",\"time\":" + number(1704067200 + 61 * i) +
+                           ",\"message\":\"FAN3 SYS: fan speed below warning threshold\"}");
+  }
+  return p + "]}";
+}
+
+void BM_ReportLarge(benchmark::State& state) {
+  AgentSimulator sim(SimulatorWith(LargeProfile(state.range(0), state.range(1))));
+  RenderReports(state, sim);
+}
+// Rows with an event log that still fits one socket buffer, then a big log.
+BENCHMARK(BM_ReportLarge)
+    ->Args({250, 400})
+    ->Args({1000, 400})
+    ->Args({4000, 400})
+    ->Args({250, 4000})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();
