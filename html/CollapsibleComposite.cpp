@@ -10,12 +10,17 @@ std::string CollapsibleComposite::statusToCssClass() const {
 }
 
 std::string CollapsibleComposite::renderContent() {
-  std::string html = "\n    <button type=\"button\" class=\"collapsible title-text";
+  std::string html;
+  renderInto(html);
+  return html;
+}
+
+void CollapsibleComposite::renderInto(std::string& html) {
+  html += "\n    <button type=\"button\" class=\"collapsible title-text";
   html += statusToCssClass();
   html += "\">";
   html += getTitle();
   html += "</button>\n    <div class=\"content\">";
-  html += HTMLComposite::renderContent();
+  HTMLComposite::renderInto(html);
   html += "\n    </div>";
-  return html;
 }

@@ -13,6 +13,7 @@ class CollapsibleComposite : public HTMLComposite {
 
   void setStatus(ComponentStatusValue status) override { status_ = status; }
   std::string renderContent() override;
+  void renderInto(std::string& html) override;
 
   // " status-normal", " status-warning", " status-error" or "".
   std::string statusToCssClass() const;

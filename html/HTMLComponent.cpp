@@ -13,3 +13,5 @@ void HTMLComponent::addColumn(std::string) {}
 void HTMLComponent::addRow(ComponentStatus, std::vector<std::string>) {}
 
 void HTMLComponent::setStatus(ComponentStatusValue) {}
+
+void HTMLComponent::renderInto(std::string& html) { html += renderContent(); }

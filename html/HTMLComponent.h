@@ -22,4 +22,9 @@ class HTMLComponent {
   virtual void addRow(ComponentStatus status, std::vector<std::string> cells);
   virtual void setStatus(ComponentStatusValue status);
   virtual std::string renderContent() = 0;
+  // Appends the same HTML as renderContent() to `html`. Composites render
+  // their children through this, so the whole document grows in one buffer
+  // instead of being copied once per tree level. The default appends
+  // renderContent(), which keeps leaves that only override that correct.
+  virtual void renderInto(std::string& html);
 };

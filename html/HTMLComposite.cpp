@@ -15,8 +15,12 @@ void HTMLComposite::setTitle(std::string title) { title_ = std::move(title); }
 
 std::string HTMLComposite::renderContent() {
   std::string html;
-  for (HTMLComponent* child : children_) {
-    if (child) html += child->renderContent();
-  }
+  HTMLComposite::renderInto(html);
   return html;
+}
+
+void HTMLComposite::renderInto(std::string& html) {
+  for (HTMLComponent* child : children_) {
+    if (child) child->renderInto(html);
+  }
 }

@@ -15,6 +15,7 @@ class HTMLComposite : public HTMLComponent {
   void add(HTMLComponent* child) override;
   void setTitle(std::string title) override;
   std::string renderContent() override;
+  void renderInto(std::string& html) override;
 
   std::string getTitle() const { return title_; }
   // The child pointers; ownership stays with the composite.

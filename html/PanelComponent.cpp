@@ -6,7 +6,13 @@ void PanelComponent::addField(std::string name, std::string value) {
 }
 
 std::string PanelComponent::renderContent() {
-  std::string html = "\n      <div class=\"status-table panel-body\">";
+  std::string html;
+  renderInto(html);
+  return html;
+}
+
+void PanelComponent::renderInto(std::string& html) {
+  html += "\n      <div class=\"status-table panel-body\">";
   for (const auto& field : fields_) {
     html += "\n        <div class=\"row\">\n          <div class=\"title\">";
     html += field.first;
@@ -15,5 +21,4 @@ std::string PanelComponent::renderContent() {
     html += "</div>\n        </div>";
   }
   html += "\n      </div>";
-  return html;
 }

@@ -14,6 +14,7 @@ class PanelComponent : public HTMLComponent {
 
   void addField(std::string name, std::string value) override;
   std::string renderContent() override;
+  void renderInto(std::string& html) override;
 
  private:
   std::vector<std::pair<std::string, std::string>> fields_;

@@ -16,7 +16,13 @@ std::string TableComponent::statusToCssClass(ComponentStatusValue status) {
 }
 
 std::string TableComponent::renderContent() {
-  std::string html = "\n      <table class=\"data-table component-table\">\n        <thead>\n          <tr>";
+  std::string html;
+  renderInto(html);
+  return html;
+}
+
+void TableComponent::renderInto(std::string& html) {
+  html += "\n      <table class=\"data-table component-table\">\n        <thead>\n          <tr>";
   for (const std::string& column : columns_) {
     html += "\n            <th>";
     html += column;
@@ -41,5 +47,4 @@ std::string TableComponent::renderContent() {
     html += "\n          </tr>";
   }
   html += "\n        </tbody>\n      </table>";
-  return html;
 }

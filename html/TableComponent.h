@@ -16,6 +16,7 @@ class TableComponent : public HTMLComponent {
   // The cell count is not checked against the columns.
   void addRow(ComponentStatus status, std::vector<std::string> cells) override;
   std::string renderContent() override;
+  void renderInto(std::string& html) override;
 
   // The bare row class: "status-normal", "status-warning", "status-error",
   // or "status-not-present" for everything else.

@@ -85,12 +85,18 @@ std::string Zentrix::getTimestamp() {
 }
 
 std::string Zentrix::renderContent() {
+  std::string html;
+  renderInto(html);
+  return html;
+}
+
+void Zentrix::renderInto(std::string& html) {
   setTitle("Zentrix");
   // The information and health pages are added here, in that order.
   add(new ZentrixInformation);
   add(new ZentrixHealth);
 
-  std::string html =
+  html +=
       "<!DOCTYPE html>\n<html>\n\n<head>\n"
       "  <meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
       "  <style>\n    ";
@@ -100,9 +106,8 @@ std::string Zentrix::renderContent() {
   html += "</h2>\n    <h3>";
   html += getTimestamp();
   html += "</h3>\n  </div>";
-  html += HTMLComposite::renderContent();
+  HTMLComposite::renderInto(html);
   html += "\n  <script>\n    ";
   html += kScript;
   html += "\n  </script>\n</body>\n\n</html>";
-  return html;
 }

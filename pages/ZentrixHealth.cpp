@@ -28,13 +28,21 @@ ComponentStatusValue asStatus(uint32_t value) { return static_cast<ComponentStat
 ZentrixHealth::ZentrixHealth() { setTitle("System Health"); }
 
 std::string ZentrixHealth::renderContent() {
+  std::string html;
+  renderInto(html);
+  return html;
+}
+
+void ZentrixHealth::renderInto(std::string& html) {
   fillEnvironment();
   fillPowerSupply();
   fillMassStorage();
   fillSystemBoard();
   fillNetwork();
   fillSystemLog();
-  return renderPageFrame(getTitle(), HTMLComposite::renderContent());
+  openPageFrame(html, getTitle());
+  HTMLComposite::renderInto(html);
+  closePageFrame(html);
 }
 
 // ---- cell texts -----------------------------------------------------------

@@ -18,6 +18,7 @@ class ZentrixHealth : public HTMLComposite {
   ZentrixHealth();
 
   std::string renderContent() override;
+  void renderInto(std::string& html) override;
 
   void fillEnvironment();
   void fillPowerSupply();

@@ -9,11 +9,19 @@
 ZentrixInformation::ZentrixInformation() { setTitle("System Information"); }
 
 std::string ZentrixInformation::renderContent() {
+  std::string html;
+  renderInto(html);
+  return html;
+}
+
+void ZentrixInformation::renderInto(std::string& html) {
   fillSystemPanel();
   fillSystemBoardPanel();
   fillOperatingSystemPanel();
   fillSystemManagementSoftwarePanel();
-  return renderPageFrame(getTitle(), HTMLComposite::renderContent());
+  openPageFrame(html, getTitle());
+  HTMLComposite::renderInto(html);
+  closePageFrame(html);
 }
 
 void ZentrixInformation::addSection(const std::string& title, const std::vector<Field>& fields) {

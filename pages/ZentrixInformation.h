@@ -14,6 +14,7 @@ class ZentrixInformation : public HTMLComposite {
   ZentrixInformation();
 
   std::string renderContent() override;
+  void renderInto(std::string& html) override;
 
   void fillSystemPanel();
   void fillSystemBoardPanel();
