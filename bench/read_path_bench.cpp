@@ -15,11 +15,26 @@
 #include <vector>
 
 #include "agent/SipJson.h"
+#include "bench/HeapCounter.h"
 #include "sysinfo/CDataStream.h"
 #include "sysinfo/SystemInformation.h"
 #include "tests/support/AgentSimulator.h"
 
 namespace {
+
+// Heap allocations per iteration of the timed loop.
+class AllocationCount {
+ public:
+  AllocationCount() : m_Start(heap_counter::Allocations()) {}
+  void report(benchmark::State& state) const {
+    if (state.iterations() == 0) return;
+    state.counters["allocs_per_op"] =
+        static_cast<double>(heap_counter::Allocations() - m_Start) / static_cast<double>(state.iterations());
+  }
+
+ private:
+  int64_t m_Start;
+};
 
 const char kNumberReply[] = "{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":769,\"OI\":3,\"CA\":0,\"ST\":0,\"DA\":1}]}}";
 const char kStringReply[] =
@@ -52,11 +67,13 @@ void BM_BuildReadRequest(benchmark::State& state) {
   record.ParseReply(kNumberReply);
   std::string text;
   unsigned index = 0;
+  const AllocationCount allocations;
   for (auto _ : state) {
     FillRead(record, 0x0301, ++index & 7);
     record.Serialize(text);
     benchmark::DoNotOptimize(text.data());
   }
+  allocations.report(state);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_BuildReadRequest);
@@ -64,6 +81,7 @@ BENCHMARK(BM_BuildReadRequest);
 void BM_ParseNumberReply(benchmark::State& state) {
   SipJson record;
   const std::string reply = kNumberReply;
+  const AllocationCount allocations;
   for (auto _ : state) {
     record.ParseReply(reply);
     unsigned value = 0;
@@ -72,6 +90,7 @@ void BM_ParseNumberReply(benchmark::State& state) {
     benchmark::DoNotOptimize(ok);
     benchmark::DoNotOptimize(value);
   }
+  allocations.report(state);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * reply.size()));
 }
 BENCHMARK(BM_ParseNumberReply);
@@ -79,6 +98,7 @@ BENCHMARK(BM_ParseNumberReply);
 void BM_ParseStringReply(benchmark::State& state) {
   SipJson record;
   const std::string reply = kStringReply;
+  const AllocationCount allocations;
   for (auto _ : state) {
     record.ParseReply(reply);
     std::string value;
@@ -87,6 +107,7 @@ void BM_ParseStringReply(benchmark::State& state) {
     benchmark::DoNotOptimize(ok);
     benchmark::DoNotOptimize(value.data());
   }
+  allocations.report(state);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * reply.size()));
 }
 BENCHMARK(BM_ParseStringReply);
@@ -96,6 +117,7 @@ BENCHMARK(BM_ParseStringReply);
 void BM_ParseRawReply(benchmark::State& state) {
   SipJson record;
   const std::string reply = RawReply(state.range(0));
+  const AllocationCount allocations;
   for (auto _ : state) {
     record.ParseReply(reply);
     CDataStream stream;
@@ -106,6 +128,7 @@ void BM_ParseRawReply(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(stream.data());
   }
+  allocations.report(state);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * reply.size()));
   state.counters["block_bytes"] = static_cast<double>(state.range(0));
   state.SetComplexityN(state.range(0));
@@ -148,7 +171,9 @@ void BM_CannedReadNumber(benchmark::State& state) {
   Simulator();
   CannedSystemInformation info;
   info.setReply(kNumberReply);
+  const AllocationCount allocations;
   for (auto _ : state) benchmark::DoNotOptimize(info.getSipNumberValue(0x0301, 0, 3));
+  allocations.report(state);
 }
 BENCHMARK(BM_CannedReadNumber);
 
@@ -156,21 +181,27 @@ void BM_CannedReadString(benchmark::State& state) {
   Simulator();
   CannedSystemInformation info;
   info.setReply(kStringReply);
+  const AllocationCount allocations;
   for (auto _ : state) benchmark::DoNotOptimize(info.getSipStringValue(0x0304, 0, 3).size());
+  allocations.report(state);
 }
 BENCHMARK(BM_CannedReadString);
 
 void BM_SimReadNumber(benchmark::State& state) {
   Simulator();
   SystemInformation info;
+  const AllocationCount allocations;
   for (auto _ : state) benchmark::DoNotOptimize(info.getSipNumberValue(0x0301, 0, 3));
+  allocations.report(state);
 }
 BENCHMARK(BM_SimReadNumber)->UseRealTime();
 
 void BM_SimReadString(benchmark::State& state) {
   Simulator();
   SystemInformation info;
+  const AllocationCount allocations;
   for (auto _ : state) benchmark::DoNotOptimize(info.getSipStringValue(0x0304, 0, 3).size());
+  allocations.report(state);
 }
 BENCHMARK(BM_SimReadString)->UseRealTime();
 
@@ -209,6 +240,7 @@ void BM_SimRawPingPong(benchmark::State& state) {
     return;
   }
   std::vector<char> reply(64 * 1024);
+  const AllocationCount allocations;
   for (auto _ : state) {
     uint32_t replyLength = 0;
     if (send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size()) ||
@@ -219,6 +251,7 @@ void BM_SimRawPingPong(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(reply.data());
   }
+  allocations.report(state);
   close(fd);
 }
 BENCHMARK(BM_SimRawPingPong)->UseRealTime();

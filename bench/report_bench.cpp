@@ -2,93 +2,22 @@
 // document against the agent simulator, typical and scaled up. Besides time,
 // each run reports the output size, the requests sent, and the peak of live
 // heap bytes while the document is built and rendered (malloc is counted
-// below; the simulator is another process and not included).
+// by HeapCounter.h; the simulator is another process and not included).
 #include <benchmark/benchmark.h>
 
-#include <malloc.h>
 
-#include <atomic>
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "bench/HeapCounter.h"
 #include "html/CollapsibleComposite.h"
 #include "html/HTMLComposite.h"
 #include "html/TableComponent.h"
 #include "html/Zentrix.h"
 #include "tests/support/AgentSimulator.h"
-
-// ---------------------------------------------------------------------------
-// Live heap bytes. Sanitizer builds bring their own allocator; there the
-// counters stay 0.
-namespace {
-std::atomic<int64_t> g_HeapLive{0};
-std::atomic<int64_t> g_HeapPeak{0};
-
-void CountAlloc(void* p) {
-  if (p == nullptr) return;
-  const int64_t now = g_HeapLive.fetch_add(static_cast<int64_t>(malloc_usable_size(p))) +
-                      static_cast<int64_t>(malloc_usable_size(p));
-  int64_t peak = g_HeapPeak.load(std::memory_order_relaxed);
-  while (now > peak && !g_HeapPeak.compare_exchange_weak(peak, now)) {
-  }
-}
-void CountFree(void* p) {
-  if (p != nullptr) g_HeapLive.fetch_sub(static_cast<int64_t>(malloc_usable_size(p)));
-}
-
-// Resets the peak to the current level and returns that level.
-int64_t StartHeapWatch() {
-  const int64_t now = g_HeapLive.load();
-  g_HeapPeak.store(now);
-  return now;
-}
-}  // namespace
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-void __libc_free(void*);
-
-void* malloc(size_t size) {
-  void* p = __libc_malloc(size);
-  CountAlloc(p);
-  return p;
-}
-void* calloc(size_t count, size_t size) {
-  void* p = __libc_calloc(count, size);
-  CountAlloc(p);
-  return p;
-}
-void* realloc(void* old, size_t size) {
-  CountFree(old);
-  void* p = __libc_realloc(old, size);
-  // A failed realloc leaves the old block in place.
-  CountAlloc(p != nullptr || size == 0 ? p : old);
-  return p;
-}
-void* memalign(size_t alignment, size_t size) {
-  void* p = __libc_memalign(alignment, size);
-  CountAlloc(p);
-  return p;
-}
-void* aligned_alloc(size_t alignment, size_t size) { return memalign(alignment, size); }
-int posix_memalign(void** out, size_t alignment, size_t size) {
-  void* p = memalign(alignment, size);
-  if (p == nullptr) return 12;  // ENOMEM
-  *out = p;
-  return 0;
-}
-void free(void* p) {
-  CountFree(p);
-  __libc_free(p);
-}
-}
-#endif
 
 namespace {
 
@@ -105,9 +34,9 @@ void BM_TableRender(benchmark::State& state) {
   size_t bytes = 0;
   int64_t heapPeak = 0;
   for (auto _ : state) {
-    const int64_t base = StartHeapWatch();
+    const int64_t base = heap_counter::StartWatch();
     std::string html = table.renderContent();
-    heapPeak = std::max(heapPeak, g_HeapPeak.load() - base);
+    heapPeak = std::max(heapPeak, heap_counter::Peak() - base);
     bytes = html.size();
     benchmark::DoNotOptimize(html.data());
   }
@@ -142,9 +71,9 @@ void BM_SectionTreeRender(benchmark::State& state) {
   size_t bytes = 0;
   int64_t heapPeak = 0;
   for (auto _ : state) {
-    const int64_t base = StartHeapWatch();
+    const int64_t base = heap_counter::StartWatch();
     std::string html = page.renderContent();
-    heapPeak = std::max(heapPeak, g_HeapPeak.load() - base);
+    heapPeak = std::max(heapPeak, heap_counter::Peak() - base);
     bytes = html.size();
     benchmark::DoNotOptimize(html.data());
   }
@@ -173,14 +102,14 @@ void RenderReports(benchmark::State& state, AgentSimulator& sim) {
   int64_t heapPeak = 0;
   for (auto _ : state) {
     const long before = RequestsServed(sim);
-    const int64_t base = StartHeapWatch();
+    const int64_t base = heap_counter::StartWatch();
     {
       Zentrix document;
       std::string html = document.renderContent();
       bytes = html.size();
       benchmark::DoNotOptimize(html.data());
     }
-    heapPeak = std::max(heapPeak, g_HeapPeak.load() - base);
+    heapPeak = std::max(heapPeak, heap_counter::Peak() - base);
     state.PauseTiming();
     requests = RequestsServed(sim) - before;
     state.ResumeTiming();
