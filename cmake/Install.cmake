@@ -1,6 +1,6 @@
 # What `cmake --install` and the Debian package carry: the tool, the agent
 # simulator and the event watcher (under names that say which product they
-# belong to), the simulator's profiles, the manual page and the simulator's
+# belong to), the simulator's profiles, the manual pages and the simulator's
 # documentation. Tests, benchmarks and fuzzers are never installed.
 include(GNUInstallDirs)
 
@@ -14,6 +14,15 @@ install(PROGRAMS $<TARGET_FILE:agent-sim> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-agent-sim)
 install(PROGRAMS $<TARGET_FILE:event-watch> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-event-watch)
+# install(PROGRAMS) copies files as they are; strip these two by hand when
+# stripping was asked for (`cmake --install --strip`, and the package).
+foreach(program zentrix-agent-sim zentrix-event-watch)
+  install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP AND NOT \"${CMAKE_STRIP}\" STREQUAL \"\")
+      execute_process(COMMAND \"${CMAKE_STRIP}\"
+        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/${program}\")
+    endif()")
+endforeach()
 
 file(GLOB zx_profiles CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/agent-sim/profiles/*.json)
 install(FILES ${zx_profiles} DESTINATION ${ZX_DATA_DIR}/profiles)
@@ -23,14 +32,21 @@ install(FILES ${CMAKE_SOURCE_DIR}/tools/agent-sim/README.md DESTINATION ${ZX_DOC
 # Manual pages are shipped compressed (-n: no name or time stamp inside, so
 # the package is the same from one build to the next).
 set(zx_man_dir ${CMAKE_BINARY_DIR}/man)
-add_custom_command(
-  OUTPUT ${zx_man_dir}/zentrix.1.gz
-  COMMAND ${CMAKE_COMMAND} -E make_directory ${zx_man_dir}
-  COMMAND gzip -9 -n -c ${CMAKE_SOURCE_DIR}/docs/zentrix.1 > ${zx_man_dir}/zentrix.1.gz
-  DEPENDS ${CMAKE_SOURCE_DIR}/docs/zentrix.1
-  VERBATIM)
-add_custom_target(zentrix-man ALL DEPENDS ${zx_man_dir}/zentrix.1.gz)
-install(FILES ${zx_man_dir}/zentrix.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+file(MAKE_DIRECTORY ${zx_man_dir})
+set(zx_man_pages "")
+foreach(page zentrix zentrix-agent-sim zentrix-event-watch)
+  add_custom_command(
+    OUTPUT ${zx_man_dir}/${page}.1.gz
+    COMMAND gzip -9 -n -c ${CMAKE_SOURCE_DIR}/docs/${page}.1 > ${zx_man_dir}/${page}.1.gz
+    DEPENDS ${CMAKE_SOURCE_DIR}/docs/${page}.1
+    VERBATIM)
+  list(APPEND zx_man_pages ${zx_man_dir}/${page}.1.gz)
+endforeach()
+add_custom_target(zentrix-man ALL DEPENDS ${zx_man_pages})
+# The program is called Zentrix; the link lets tools that match manual pages
+# to programs by exact name find its page too.
+file(CREATE_LINK zentrix.1.gz ${zx_man_dir}/Zentrix.1.gz SYMBOLIC)
+install(FILES ${zx_man_pages} ${zx_man_dir}/Zentrix.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 # Debian package: `cmake --build <dir> --target package` in a Release build.
 set(CPACK_GENERATOR DEB)

@@ -48,7 +48,10 @@ fi
 expected=$scratch/expected
 {
   printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-event-watch \
-    share/doc/zentrix/agent-sim.md share/man/man1/zentrix.1.gz
+    share/doc/zentrix/agent-sim.md share/man/man1/Zentrix.1.gz
+  for page in "$source"/docs/*.1; do
+    echo "share/man/man1/${page##*/}.gz"
+  done
   for p in "$source"/tools/agent-sim/profiles/*.json; do
     echo "share/zentrix/profiles/${p##*/}"
   done
@@ -64,9 +67,11 @@ done
 for p in "$source"/tools/agent-sim/profiles/*.json; do
   cmp -s "$p" "$prefix/share/zentrix/profiles/${p##*/}" || fail "profile ${p##*/} differs from the source"
 done
-if ! gzip -dc "$prefix/share/man/man1/zentrix.1.gz" | cmp -s - "$source/docs/zentrix.1"; then
-  fail "installed manual page is not docs/zentrix.1"
-fi
+for page in "$source"/docs/*.1; do
+  name=${page##*/}
+  gzip -dc "$prefix/share/man/man1/$name.gz" | cmp -s - "$page" || fail "installed $name is not docs/$name"
+done
+[ "$(readlink "$prefix/share/man/man1/Zentrix.1.gz")" = zentrix.1.gz ] || fail "Zentrix.1.gz does not lead to zentrix.1.gz"
 
 # --- the installed tool -----------------------------------------------------
 mkdir -p "$scratch/work"
