@@ -2,7 +2,7 @@
 //
 //   peak_rss PROG [ARGS...]
 //
-// prints "status=S seconds=T maxrss_kib=K" on stdout; the program's own
+// prints "status=S seconds=T cpu_seconds=C maxrss_kib=K" on stdout; the program's own
 // output goes to /dev/null. The kernel carries the peak resident set across
 // fork and exec, so a child forked straight from a large interpreter would
 // report the interpreter's size; this launcher is small, so the figure is
@@ -46,6 +46,8 @@ int main(int argc, char** argv) {
   const double seconds = static_cast<double>(end.tv_sec - begin.tv_sec) +
                          static_cast<double>(end.tv_nsec - begin.tv_nsec) / 1e9;
   const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  std::printf("status=%d seconds=%.6f maxrss_kib=%ld\n", code, seconds, usage.ru_maxrss);
+  const double cpu = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                     static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+  std::printf("status=%d seconds=%.6f cpu_seconds=%.6f maxrss_kib=%ld\n", code, seconds, cpu, usage.ru_maxrss);
   return 0;
 }

@@ -94,6 +94,14 @@ class Simulator:
             raise BenchError("agent-sim status has no request count")
         return int(match.group(1))
 
+    def cpu_seconds(self):
+        """CPU time the simulator used so far (ns resolution), or None."""
+        try:
+            with open("/proc/%d/schedstat" % self.proc.pid) as f:
+                return int(f.read().split()[0]) / 1e9
+        except (OSError, ValueError, IndexError):
+            return None
+
     def close(self):
         if self.proc in _children:
             self.proc.terminate()
@@ -111,7 +119,7 @@ class Simulator:
 
 
 def run_zentrix(build, root, workdir, args):
-    """One Zentrix process; returns (seconds, exit status, peak RSS KiB).
+    """One Zentrix process; returns (seconds, exit status, peak RSS KiB, CPU seconds).
 
     Started through peak_rss: a child forked from this interpreter would
     report the interpreter's own resident set as its peak.
@@ -124,10 +132,10 @@ def run_zentrix(build, root, workdir, args):
                   cwd=workdir, env=env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
     output, _ = proc.communicate()
     _children.remove(proc)
-    match = re.search(r"status=(\d+) seconds=([\d.]+) maxrss_kib=(\d+)", output)
+    match = re.search(r"status=(\d+) seconds=([\d.]+) cpu_seconds=([\d.]+) maxrss_kib=(\d+)", output)
     if proc.returncode != 0 or not match:
         raise BenchError("peak_rss could not run Zentrix")
-    return float(match.group(2)), int(match.group(1)), int(match.group(3))
+    return float(match.group(2)), int(match.group(1)), int(match.group(4)), float(match.group(3))
 
 
 def shown_rows(html, family):
@@ -142,34 +150,45 @@ def shown_rows(html, family):
 
 
 def measure_profile(build, case, workdir, reps):
-    """Repeated runs of one profile, each against a fresh simulator."""
-    times, rss, requests, statuses = [], [], [], []
+    """Repeated runs of one profile against one simulator, after a warm-up.
+
+    The simulator stays up between runs like the daemon on a real server;
+    the request count of each run is the difference of its counter.
+    """
+    times, rss, requests, statuses, cpu, sim_cpu = [], [], [], [], [], []
     out = os.path.join(workdir, "report.html")
     planned = reps
-    i = 0
-    while i < planned:
-        sim = Simulator(build, case["profile"], workdir)
-        try:
-            seconds, status, peak = run_zentrix(build, sim.root, workdir, ["-output", out])
-            requests.append(sim.requests())
-        finally:
-            sim.close()
-            sim.remove()
-        times.append(seconds)
-        rss.append(peak)
-        statuses.append(status)
-        if i == 0 and seconds > 5 and planned > 3:
-            planned = 3  # slow case: fewer repetitions, shown in the table
-        elif i == 0 and seconds < 0.2 and 1 < planned < 11:
-            planned = 11  # millisecond runs: more repetitions against scheduling noise
-        i += 1
+    sim = Simulator(build, case["profile"], workdir)
+    try:
+        run_zentrix(build, sim.root, workdir, ["-output", out])
+        i = 0
+        while i < planned:
+            before, sim_before = sim.requests(), sim.cpu_seconds()
+            seconds, status, peak, used = run_zentrix(build, sim.root, workdir, ["-output", out])
+            sim_after = sim.cpu_seconds()
+            requests.append(sim.requests() - before)
+            if sim_before is not None and sim_after is not None:
+                sim_cpu.append(sim_after - sim_before)
+            cpu.append(used)
+            times.append(seconds)
+            rss.append(peak)
+            statuses.append(status)
+            if i == 0 and seconds > 5 and planned > 3:
+                planned = 3  # slow case: fewer repetitions, shown in the table
+            elif i == 0 and seconds < 0.2 and 1 < planned < 11:
+                planned = 11  # millisecond runs: more repetitions against scheduling noise
+            i += 1
+    finally:
+        sim.close()
+        sim.remove()
     with open(out, encoding="utf-8", errors="replace") as f:
         html = f.read()
     result = dict(case)
     result.update(reps=planned, wall_median=statistics.median(times), wall_min=min(times),
                   requests=max(requests), requests_varied=min(requests) != max(requests),
-                  rss_kib=max(rss), output_bytes=os.path.getsize(out),
-                  rows_shown=shown_rows(html, case["family"]), status=statuses[-1])
+                  rss_kib=max(rss), output_bytes=os.path.getsize(out), cpu_median=statistics.median(cpu),
+                  sim_cpu_median=statistics.median(sim_cpu) if sim_cpu else None,
+                  rows_shown=shown_rows(html, case["family"]), status=max(statuses))
     os.remove(out)
     return result
 
@@ -210,7 +229,7 @@ def floor_ns(build, pairs, workdir, name):
     with open(path, "w") as f:
         for request, reply in pairs:
             f.write("%d %d\n" % (request, reply))
-    out = subprocess.run([os.path.join(build, "bench", "rtt_floor"), path, "0.3"],
+    out = subprocess.run([os.path.join(build, "bench", "rtt_floor"), path, "1.0"],
                          capture_output=True, text=True, check=False)
     match = re.search(r"ns_per_round_trip_median=(\d+)", out.stdout)
     if out.returncode != 0 or not match:
@@ -238,7 +257,7 @@ def cases(workdir, quick):
     made = [("baseline", "empty", os.path.join(PROFILES, "empty.json"), None)]
     made += [("components", "x%d" % k, None, ["--scale", str(k)]) for k in ((1,) if quick else (1, 10, 100))]
     made += [("eventlog", "%dk-events" % (n // 1000), None, ["--events", str(n)])
-             for n in ((1000,) if quick else (1000, 10000, 100000))]
+             for n in ((1000,) if quick else (1000, 10000, 20000, 100000))]
     with open(typical, encoding="utf-8") as f:
         base_events = len(json.load(f).get("eventLog", []))
     out = []
@@ -270,7 +289,7 @@ def fmt_time(seconds):
 
 COLUMNS = [("profile", "name"), ("rows", "rows"), ("shown", "rows_shown"), ("requests", "requests"),
            ("runs", "reps"), ("wall median", "wall"), ("per request*", "per_request"),
-           ("raw floor/rt", "floor"), ("ratio", "ratio"), ("output", "output"), ("peak RSS", "rss"),
+           ("raw floor/rt", "floor"), ("ratio", "ratio"), ("CPU/req**", "cpu"), ("sim CPU/req", "sim_cpu"), ("output", "output"), ("peak RSS", "rss"),
            ("RSS/output", "rss_ratio"), ("exit", "status")]
 
 
@@ -283,6 +302,8 @@ def table_row(r):
         "per_request": fmt_time(per_request) if per_request is not None else "-",
         "floor": fmt_time(r["floor_ns"] / 1e9) if r.get("floor_ns") else "-",
         "ratio": "%.2fx" % r["ratio"] if r.get("ratio") else "-",
+        "cpu": fmt_time(r["cpu_per_request_s"]) if r.get("cpu_per_request_s") is not None else "-",
+        "sim_cpu": fmt_time(r["sim_cpu_per_request_s"]) if r.get("sim_cpu_per_request_s") is not None else "-",
         "output": fmt_bytes(r["output_bytes"]), "rss": fmt_bytes(r["rss_kib"] * 1024),
         "rss_ratio": "%.1fx" % r["rss_ratio"] if r.get("rss_ratio") else "-",
         "status": str(r["status"]),
@@ -298,11 +319,14 @@ def print_table(results):
         print("  ".join(row[key].rjust(w) if i else row[key].ljust(w)
                         for i, ((_, key), w) in enumerate(zip(COLUMNS, widths))))
     print("* wall time beyond process start (median of 'Zentrix -?') divided by requests sent")
+    print("** Zentrix CPU time (user+system) beyond process start per request; sim CPU/req: the simulator's "
+          "CPU time per request (its whole work: parse, look up, serialise, socket)")
 
 
 def write_csv(results, path):
     keys = ["family", "name", "rows", "rows_shown", "requests", "reps", "wall_median", "wall_min",
-            "beyond_start_s", "per_request_s", "floor_ns", "ratio", "output_bytes", "rss_kib", "rss_ratio",
+            "beyond_start_s", "per_request_s", "floor_ns", "ratio", "cpu_median", "cpu_per_request_s",
+            "sim_cpu_median", "sim_cpu_per_request_s", "output_bytes", "rss_kib", "rss_ratio",
             "status"]
     with open(path, "w", newline="") as f:
         writer = csv.writer(f)
@@ -379,8 +403,9 @@ def main(argv):
         print("process start: Zentrix -? ...", flush=True)
         start_root = tempfile.mkdtemp(prefix="root-", dir=workdir)
         starts = [run_zentrix(args.build, start_root, workdir, ["-?"]) for _ in range(3 if args.quick else 21)]
-        start_s = statistics.median(s for s, _, _ in starts)
-        start_rss = max(r for _, _, r in starts)
+        start_s = statistics.median(s for s, _, _, _ in starts)
+        start_rss = max(r for _, _, r, _ in starts)
+        start_cpu = statistics.median(c for _, _, _, c in starts)
         print("  median %s, peak RSS %s" % (fmt_time(start_s), fmt_bytes(start_rss * 1024)), flush=True)
 
         results = []
@@ -400,6 +425,10 @@ def main(argv):
             r["per_request_s"] = r["beyond_start_s"] / r["requests"] if r["requests"] else None
             r["ratio"] = r["per_request_s"] / (r["floor_ns"] / 1e9) if r["per_request_s"] else None
             r["rss_ratio"] = r["rss_kib"] * 1024.0 / r["output_bytes"] if r["output_bytes"] else None
+            if r["requests"]:
+                r["cpu_per_request_s"] = (r["cpu_median"] - start_cpu) / r["requests"]
+                if r["sim_cpu_median"] is not None:
+                    r["sim_cpu_per_request_s"] = r["sim_cpu_median"] / r["requests"]
             print("  %d requests, %s median of %d, exit %d" % (r["requests"], fmt_time(r["wall_median"]),
                                                               r["reps"], r["status"]), flush=True)
             results.append(r)
