@@ -4,12 +4,15 @@
 // else done to the bytes. Written apart from the product's agent code so a
 // slowness there cannot hide in the floor.
 //
-//   rtt_floor PAIRS [MIN_SECONDS]
+//   rtt_floor PAIRS [MIN_SECONDS] [--one-cpu]
 //
 // PAIRS holds one "request_text_bytes reply_text_bytes" line per round trip,
 // in the order the tool sent them. The whole sequence is repeated until
-// MIN_SECONDS (default 0.3) have passed, at least 3 times; prints
+// MIN_SECONDS (default 0.3) have passed, at least 5 times. --one-cpu keeps
+// both processes on the CPU the program started on: on an idle machine a
+// wake-up on the other core can cost more than the exchange itself. Prints
 //   round_trips=N repeats=R ns_per_round_trip_median=X ns_per_round_trip_min=Y
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
@@ -95,9 +98,17 @@ bool LoadTrips(const char* path, std::vector<RoundTrip>& trips) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const bool oneCpu = argc > 1 && std::strcmp(argv[argc - 1], "--one-cpu") == 0;
+  if (oneCpu) --argc;
   if (argc < 2 || argc > 3) {
-    std::fprintf(stderr, "usage: rtt_floor PAIRS [MIN_SECONDS]\n");
+    std::fprintf(stderr, "usage: rtt_floor PAIRS [MIN_SECONDS] [--one-cpu]\n");
     return 2;
+  }
+  if (oneCpu) {
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    CPU_SET(sched_getcpu(), &cpus);
+    if (sched_setaffinity(0, sizeof(cpus), &cpus) != 0) std::perror("rtt_floor: sched_setaffinity");
   }
   std::vector<RoundTrip> trips;
   if (!LoadTrips(argv[1], trips)) {
@@ -130,7 +141,7 @@ int main(int argc, char** argv) {
   std::vector<char> buffer(1 << 16);
   const Clock::time_point start = Clock::now();
   bool ok = true;
-  while (ok && (perTrip.size() < 3 ||
+  while (ok && (perTrip.size() < 5 ||
                 std::chrono::duration<double>(Clock::now() - start).count() < minSeconds)) {
     const Clock::time_point begin = Clock::now();
     for (const RoundTrip& t : trips) {
