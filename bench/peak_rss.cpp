@@ -8,6 +8,8 @@
 // report the interpreter's size; this launcher is small, so the figure is
 // the program's own.
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -22,12 +24,16 @@ int main(int argc, char** argv) {
   }
   struct timespec begin, end;
   clock_gettime(CLOCK_MONOTONIC, &begin);
+  const pid_t parent = getpid();
   const pid_t child = fork();
   if (child < 0) {
     std::perror("peak_rss: fork");
     return 1;
   }
   if (child == 0) {
+    // Killing the launcher must not leave the program running on its own.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(127);
     const int null = open("/dev/null", O_WRONLY);
     if (null >= 0) {
       dup2(null, 1);

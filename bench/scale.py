@@ -40,10 +40,14 @@ def _on_signal(signum, _frame):
 
 
 def _kill_children():
-    for proc in list(_children):
+    for proc in reversed(list(_children)):
         if proc.poll() is None:
-            proc.kill()
-            proc.wait()
+            proc.terminate()  # the simulator removes its sockets on SIGTERM
+            try:
+                proc.wait(timeout=5)
+            except subprocess.TimeoutExpired:
+                proc.kill()
+                proc.wait()
         _children.remove(proc)
 
 
@@ -366,6 +370,10 @@ def write_plot(results, start_s, path):
             continue
         xs, ys = zip(*pts)
         ax.plot(xs, ys, marker=marker, label="%s (wall time)" % family)
+        for r in results:
+            if r["family"] == family and r["rows"] > 0 and r["rows_shown_max"] == 0:
+                ax.annotate("no rows in report", (r["rows"], r["wall_median"]), textcoords="offset points",
+                            xytext=(-40, 8), fontsize=8)
         # Linear growth from the smallest case: the time a linear tool would take.
         ref = [ys[0] * x / xs[0] for x in xs]
         ax.plot(xs, ref, linestyle="--", color="grey", linewidth=0.8)
