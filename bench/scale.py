@@ -290,6 +290,14 @@ def cases(workdir, quick):
     return out
 
 
+def read_text(path):
+    try:
+        with open(path) as f:
+            return f.read().strip()
+    except OSError:
+        return None
+
+
 def fmt_bytes(n):
     for unit in ("B", "KiB", "MiB", "GiB"):
         if n < 1024 or unit == "GiB":
@@ -373,7 +381,7 @@ def write_plot(results, start_s, path):
         for r in results:
             if r["family"] == family and r["rows"] > 0 and r["rows_shown_max"] == 0:
                 ax.annotate("no rows in report", (r["rows"], r["wall_median"]), textcoords="offset points",
-                            xytext=(-40, 8), fontsize=8)
+                            xytext=(6, -12), fontsize=8)
         # Linear growth from the smallest case: the time a linear tool would take.
         ref = [ys[0] * x / xs[0] for x in xs]
         ax.plot(xs, ref, linestyle="--", color="grey", linewidth=0.8)
@@ -427,6 +435,7 @@ def main(argv):
     signal.signal(signal.SIGTERM, _on_signal)
     signal.signal(signal.SIGHUP, _on_signal)
     reps = 1 if args.quick else args.reps
+    args.build = os.path.abspath(args.build)  # children run in other directories
     # Zentrix and the simulator share one CPU for the main figures: on an idle
     # virtual machine a wake-up on the other core costs tens of microseconds
     # and makes each request several times slower, at random. The same
@@ -483,6 +492,14 @@ def main(argv):
               "after each incomplete one)" % (limit, first_failure))
         for size, result, seconds in probes:
             print("  reply %10d bytes: result %d after %.2f s" % (size, result, seconds))
+        # A second per piece: a piece is what the socket holds between two read passes.
+        passed = [(size, seconds) for size, result, seconds in probes if result == 0]
+        if passed:
+            size, seconds = max(passed)
+            print("  the largest reply that came through arrived in %d pieces of about %d bytes, one second "
+                  "apart (socket send buffer default: %s bytes)"
+                  % (round(seconds) + 1, size / (round(seconds) + 1),
+                     read_text("/proc/sys/net/core/wmem_default") or "unknown"))
         # Text bytes per event record, from two event-log replies of known record counts.
         known = sorted(event_replies.values())
         if len(known) >= 2 and known[-1][0] > known[0][0]:
@@ -504,7 +521,7 @@ def main(argv):
             if os.path.getsize(os.path.join(results_dir, name)) == 0:
                 raise BenchError("%s came out empty" % name)
         print("\nwrote %s and scale.png" % os.path.join(results_dir, "scale.csv"))
-    except BenchError as e:
+    except (BenchError, OSError, subprocess.CalledProcessError) as e:
         print("bench: ERROR: %s" % e, file=sys.stderr)
         return 1
     finally:
