@@ -18,6 +18,7 @@
 
 #include "agent/CSwitchClient.h"
 #include "agent/SipJson.h"
+#include "bench/RawSocket.h"
 #include "runtime/CSystemRoot.h"
 #include "tests/support/ScopedSystemRoot.h"
 
@@ -25,38 +26,17 @@ namespace {
 
 const char kReplyText[] = "{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":769,\"CA\":0,\"ST\":0,\"DA\":1}]}}";
 
-std::string Frame(const std::string& text) {
-  const uint32_t length = static_cast<uint32_t>(text.size() + 1);
-  std::string frame(reinterpret_cast<const char*>(&length), 4);
-  frame += text;
-  frame.push_back('\0');
-  return frame;
-}
-
-bool ReadExactly(int fd, char* data, size_t size) {
-  size_t got = 0;
-  while (got < size) {
-    const ssize_t n = read(fd, data + got, size - got);
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
-  }
-  return true;
-}
-
-bool WriteAll(int fd, const std::string& bytes) {
-  return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
-}
+using rawsocket::Frame;
+using rawsocket::ReadExactly;
+using rawsocket::WriteAll;
 
 // Answers every frame on every connection with one fixed reply frame.
 class EchoServer {
  public:
   explicit EchoServer(const std::string& path) : m_Reply(Frame(kReplyText)) {
     m_Listen = socket(AF_UNIX, SOCK_STREAM, 0);
-    struct sockaddr_un addr;
-    std::memset(&addr, 0, sizeof(addr));
-    addr.sun_family = AF_UNIX;
-    std::strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
-    bind(m_Listen, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr));
+    const sockaddr_un addr = rawsocket::Address(path);
+    bind(m_Listen, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr));
     listen(m_Listen, 8);
     m_Acceptor = std::thread([this] { Accept(); });
   }
@@ -161,14 +141,9 @@ void BM_RawPingPong(benchmark::State& state) {
   FillRead(record);
   const std::string request = Frame(record.Serialize());
   const std::string path = CSystemRoot::Path("/dev/omadsj");
-  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  struct sockaddr_un addr;
-  std::memset(&addr, 0, sizeof(addr));
-  addr.sun_family = AF_UNIX;
-  std::strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
-  if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+  const int fd = rawsocket::Connect(path);
+  if (fd < 0) {
     state.SkipWithError("connect failed");
-    close(fd);
     return;
   }
   std::vector<char> reply(64 * 1024);

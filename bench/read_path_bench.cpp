@@ -16,6 +16,7 @@
 
 #include "agent/SipJson.h"
 #include "bench/HeapCounter.h"
+#include "bench/RawSocket.h"
 #include "sysinfo/CDataStream.h"
 #include "sysinfo/SystemInformation.h"
 #include "tests/support/AgentSimulator.h"
@@ -205,16 +206,6 @@ void BM_SimReadString(benchmark::State& state) {
 }
 BENCHMARK(BM_SimReadString)->UseRealTime();
 
-bool ReadExactly(int fd, char* data, size_t size) {
-  size_t got = 0;
-  while (got < size) {
-    const ssize_t n = read(fd, data + got, size - got);
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
-  }
-  return true;
-}
-
 // The frame a fan status read sends once the record holds a previous reply,
 // exchanged with the simulator over a bare socket.
 void BM_SimRawPingPong(benchmark::State& state) {
@@ -222,30 +213,21 @@ void BM_SimRawPingPong(benchmark::State& state) {
   SipJson record;
   record.ParseReply(kNumberReply);
   FillRead(record, 0x0301, 3);
-  const std::string text = record.Serialize();
-  const uint32_t length = static_cast<uint32_t>(text.size() + 1);
-  std::string frame(reinterpret_cast<const char*>(&length), 4);
-  frame += text;
-  frame.push_back('\0');
+  const std::string frame = rawsocket::Frame(record.Serialize());
 
   const std::string path = sim.path("/dev/omadsj");
-  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  struct sockaddr_un addr;
-  std::memset(&addr, 0, sizeof(addr));
-  addr.sun_family = AF_UNIX;
-  std::strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
-  if (connect(fd, reinterpret_cast<struct sockaddr*>(&addr), sizeof(addr)) != 0) {
+  const int fd = rawsocket::Connect(path);
+  if (fd < 0) {
     state.SkipWithError("connect failed");
-    close(fd);
     return;
   }
   std::vector<char> reply(64 * 1024);
   const AllocationCount allocations;
   for (auto _ : state) {
     uint32_t replyLength = 0;
-    if (send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size()) ||
-        !ReadExactly(fd, reinterpret_cast<char*>(&replyLength), 4) || replyLength > reply.size() ||
-        !ReadExactly(fd, reply.data(), replyLength)) {
+    if (!rawsocket::WriteAll(fd, frame) ||
+        !rawsocket::ReadExactly(fd, reinterpret_cast<char*>(&replyLength), 4) || replyLength > reply.size() ||
+        !rawsocket::ReadExactly(fd, reply.data(), replyLength)) {
       state.SkipWithError("ping-pong failed");
       break;
     }

@@ -23,18 +23,11 @@
 #include <vector>
 
 #include "agent/JsonChannel.h"
+#include "bench/RawSocket.h"
 
 namespace {
 
-bool ReadExactly(int fd, char* data, size_t size) {
-  size_t got = 0;
-  while (got < size) {
-    const ssize_t n = read(fd, data + got, size - got);
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
-  }
-  return true;
-}
+using rawsocket::ReadExactly;
 
 // Takes one request frame off the socket, then sends `frame` in one go.
 void AnswerOnce(int fd, const std::string& frame) {

@@ -28,22 +28,16 @@
 #include <string>
 #include <vector>
 
+#include "bench/RawSocket.h"
+
 namespace {
+
+using rawsocket::ReadExactly;
 
 struct RoundTrip {
   uint32_t requestText;
   uint32_t replyText;
 };
-
-bool ReadExactly(int fd, char* data, size_t size) {
-  size_t got = 0;
-  while (got < size) {
-    const ssize_t n = read(fd, data + got, size - got);
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
-  }
-  return true;
-}
 
 // Sends one frame whose payload is `text` filler bytes and the NUL.
 bool WriteFrame(int fd, const std::vector<char>& filler, uint32_t text) {
