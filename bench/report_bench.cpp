@@ -24,18 +24,14 @@ namespace {
 // ---------------------------------------------------------------------------
 // One table of range(0) rows, rendered again and again.
 
-void BM_TableRender(benchmark::State& state) {
-  TableComponent table;
-  for (const char* column : {"Status", "Designation", "Type", "RPM"}) table.addColumn(column);
-  for (int64_t i = 0; i < state.range(0); ++i) {
-    table.addRow(ComponentStatus(STATUS_NORMAL, "OK"),
-                 {"FAN" + std::to_string(i) + " SYS", i % 7 == 0 ? "" : "CPU Fan", std::to_string(5400 + i % 300)});
-  }
+// Renders `root` again and again; reports bytes/s, output size and the peak
+// heap the render needs beyond the tree.
+void MeasureRender(benchmark::State& state, HTMLComponent& root) {
   size_t bytes = 0;
   int64_t heapPeak = 0;
   for (auto _ : state) {
     const int64_t base = heap_counter::StartWatch();
-    std::string html = table.renderContent();
+    std::string html = root.renderContent();
     heapPeak = std::max(heapPeak, heap_counter::Peak() - base);
     bytes = html.size();
     benchmark::DoNotOptimize(html.data());
@@ -43,6 +39,16 @@ void BM_TableRender(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
   state.counters["output_bytes"] = static_cast<double>(bytes);
   state.counters["heap_peak_per_output"] = bytes ? static_cast<double>(heapPeak) / bytes : 0;
+}
+
+void BM_TableRender(benchmark::State& state) {
+  TableComponent table;
+  for (const char* column : {"Status", "Designation", "Type", "RPM"}) table.addColumn(column);
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    table.addRow(ComponentStatus(STATUS_NORMAL, "OK"),
+                 {"FAN" + std::to_string(i) + " SYS", i % 7 == 0 ? "" : "CPU Fan", std::to_string(5400 + i % 300)});
+  }
+  MeasureRender(state, table);
 }
 BENCHMARK(BM_TableRender)->Arg(100000)->Unit(benchmark::kMillisecond);
 
@@ -68,18 +74,7 @@ void BM_SectionTreeRender(benchmark::State& state) {
     }
     page.add(category);
   }
-  size_t bytes = 0;
-  int64_t heapPeak = 0;
-  for (auto _ : state) {
-    const int64_t base = heap_counter::StartWatch();
-    std::string html = page.renderContent();
-    heapPeak = std::max(heapPeak, heap_counter::Peak() - base);
-    bytes = html.size();
-    benchmark::DoNotOptimize(html.data());
-  }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  state.counters["output_bytes"] = static_cast<double>(bytes);
-  state.counters["heap_peak_per_output"] = bytes ? static_cast<double>(heapPeak) / bytes : 0;
+  MeasureRender(state, page);
 }
 BENCHMARK(BM_SectionTreeRender)->Arg(10)->Unit(benchmark::kMillisecond);
 
