@@ -10,11 +10,14 @@
 
 namespace {
 
-void Usage() {
+// Named as invoked: installed, the simulator is zentrix-agent-sim.
+void Usage(const char* invokedAs) {
+  const char* slash = std::strrchr(invokedAs, '/');
   std::fprintf(stderr,
-               "usage: agent-sim [--root DIR] [--profile FILE] [--record FILE] [--event-interval MS]\n"
-               "                 [--delay MS] [--fault FAULT] [--check] [--verbose]\n"
-               "The root defaults to $ZENTRIX_ROOT; one of the two is required.\n");
+               "usage: %s [--root DIR] [--profile FILE] [--record FILE] [--event-interval MS]\n"
+               "       [--delay MS] [--fault FAULT] [--check] [--verbose]\n"
+               "The root defaults to $ZENTRIX_ROOT; one of the two is required.\n",
+               slash ? slash + 1 : invokedAs);
 }
 
 bool Number(const char* text, unsigned& out) {
@@ -68,7 +71,7 @@ int main(int argc, char** argv) {
     } else if (arg == "--verbose") {
       options.verbose = true;
     } else {
-      Usage();
+      Usage(argv[0]);
       return arg == "--help" || arg == "-h" ? 0 : 2;
     }
   }

@@ -8,6 +8,7 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include <rapidjson/stringbuffer.h>
@@ -42,7 +43,8 @@ void PrintEvent(SipJson& event, void*) {
 
 int main(int argc, char** argv) {
   if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
-    std::fprintf(stderr, "usage: event-watch [client-name]\n");
+    const char* slash = std::strrchr(argv[0], '/');
+    std::fprintf(stderr, "usage: %s [client-name]\n", slash ? slash + 1 : argv[0]);
     return 2;
   }
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
