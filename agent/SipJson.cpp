@@ -1,5 +1,6 @@
 #include "agent/SipJson.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -28,7 +29,11 @@ class DepthLimitedHandler {
   bool Uint(unsigned u) { return m_Doc.Uint(u); }
   bool Int64(int64_t i) { return m_Doc.Int64(i); }
   bool Uint64(uint64_t u) { return m_Doc.Uint64(u); }
-  bool Double(double d) { return m_Doc.Double(d); }
+  // The reader turns some out-of-range numbers (7e309) into infinity without
+  // an error; the writer cannot write that back, so the next request sent
+  // from this record would be cut off. Such a reply is refused like any
+  // other unreadable one.
+  bool Double(double d) { return std::isfinite(d) && m_Doc.Double(d); }
   bool RawNumber(const char* str, rapidjson::SizeType length, bool copy) { return m_Doc.RawNumber(str, length, copy); }
   bool String(const char* str, rapidjson::SizeType length, bool copy) { return m_Doc.String(str, length, copy); }
   bool Key(const char* str, rapidjson::SizeType length, bool copy) { return m_Doc.Key(str, length, copy); }

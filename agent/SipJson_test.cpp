@@ -172,6 +172,7 @@ TEST(SipJsonParse, OnlyAWellFormedVersionOneRecordIsKept) {
       Record("{\"ST\":0}") + " trailing", "{\"SIP\":{\"V\":1,\"CMD\":[{\"ST\":0}]",
       deep,                       // nesting far past the limit: no stack overflow
       std::string(100000, '{'),  // unbalanced openers alone
+      Record("{\"ST\":0,\"DA\":7777172402e300}"),  // read as infinity, which cannot be written back
   };
   for (const std::string& text : rejected) {
     SipJson record;
