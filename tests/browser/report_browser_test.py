@@ -23,6 +23,7 @@ import itertools
 import os
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -51,6 +52,11 @@ def missing_tools():
             __import__(module)
         except ImportError:
             missing.append(package)
+    # The driver is reached as "localhost"; a bare chroot may have no hosts file.
+    try:
+        socket.getaddrinfo("localhost", None)
+    except OSError:
+        missing.append("a 'localhost' entry in /etc/hosts")
     return missing
 
 
