@@ -20,42 +20,16 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct RunResult {
-  int exitStatus = -1;  // -1 when the process did not exit normally
-  std::string out;
-};
-
-std::string Quote(const std::string& text) { return "'" + text + "'"; }
-
-// Runs the binary with exactly `args` (empty ones included) in `cwd`, with
-// `pathPrefix` in front of PATH; a hung run is ended after 30 seconds.
-RunResult RunZentrix(const std::vector<std::string>& args, const std::string& cwd,
-                     const std::string& pathPrefix = "") {
-  std::string command = "cd " + Quote(cwd) + " && ";
-  if (!pathPrefix.empty()) command += "PATH=" + Quote(pathPrefix + ":" + getenv("PATH")) + " ";
-  command += std::string("timeout 30 ") + ZX_ZENTRIX_BIN;
-  for (const std::string& a : args) command += " " + Quote(a);
-  RunResult result;
-  FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-  if (pipe == nullptr) return result;
-  char buffer[4096];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.out.append(buffer, n);
-  const int status = pclose(pipe);
-  if (status != -1 && WIFEXITED(status)) result.exitStatus = WEXITSTATUS(status);
-  return result;
-}
-
 const std::string kHelp =
-    "\nSyntax:"
-    "\nZentrix"
-    "\nZentrix           generates HTML output file Zentrix_<timestamp>.html"
-    "\n"
+    "\nSyntax:\nZentrix\nZentrix           generates HTML output file Zentrix_<timestamp>.html\n"
     "\n   -output [file name]   generates HTML output file [file name]"
-    "\n   -clearstatus          clears Driver Monitor status and generates HTML output file "
-    "Zentrix_<timestamp>.html"
-    "\n   -autostart             starts default browser after generating the HTML report"
-    "\n   -?                    shows this help"
-    "\n";
+    "\n   -clearstatus          clears Driver Monitor status and generates HTML output file Zentrix_<timestamp>.html"
+    "\n   -autostart             starts default browser after generating the HTML report\n   -?                    shows this help\n";
+const std::string kClearing = "\nClearing Driver Monitor status for all components...";
+const std::string kGenerating = "\nGenerating HTML report...";
+
+std::string Written(const std::string& path) { return "\nSuccessfuly write HTML file \"" + path + "\"\n"; }
+std::string Quote(const std::string& text) { return "'" + text + "'"; }
 
 // "Zentrix_<YYYYmmddHHMMSS>.html".
 bool IsDefaultReportName(const std::string& name) {
@@ -66,21 +40,40 @@ bool IsDefaultReportName(const std::string& name) {
          name == reprinted;
 }
 
-std::vector<std::string> Entries(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename().string());
-  return names;
-}
-
 class CommandLineTest : public ::testing::Test {
  protected:
   void SetUp() override { fs::create_directories(work_); }
+
+  // Runs the binary with exactly `args` (empty ones included) in the work
+  // directory, with `pathPrefix` in front of PATH; a hung run is ended after
+  // 30 seconds. The exit status is -1 when the process did not exit normally.
+  std::pair<int, std::string> Run(const std::vector<std::string>& args, const std::string& pathPrefix = "") {
+    std::string command = "cd " + Quote(work_) + " && ";
+    if (!pathPrefix.empty()) command += "PATH=" + Quote(pathPrefix + ":" + getenv("PATH")) + " ";
+    command += std::string("timeout 30 ") + ZX_ZENTRIX_BIN;
+    for (const std::string& a : args) command += " " + Quote(a);
+    std::pair<int, std::string> result{-1, ""};
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (pipe == nullptr) return result;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.second.append(buffer, n);
+    const int status = pclose(pipe);
+    if (status != -1 && WIFEXITED(status)) result.first = WEXITSTATUS(status);
+    return result;
+  }
+
+  std::vector<std::string> Entries() const {
+    std::vector<std::string> names;
+    for (const auto& e : fs::directory_iterator(work_)) names.push_back(e.path().filename().string());
+    return names;
+  }
+
   // The recorded status reset requests (value id 0x180A).
-  std::vector<std::string> resets() const {
-    std::vector<std::string> found;
-    for (const std::string& request : sim_.requests()) {
-      if (request.find("\"OC\":6154") != std::string::npos) found.push_back(request);
-    }
+  std::vector<std::string> Resets() const {
+    std::vector<std::string> found = sim_.requests();
+    found.erase(std::remove_if(found.begin(), found.end(),
+                               [](const std::string& r) { return r.find("\"OC\":6154") == std::string::npos; }),
+                found.end());
     return found;
   }
 
@@ -91,56 +84,46 @@ class CommandLineTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(CommandLineTest, HelpForEveryCommandLineThatDoesNotAddUp) {
-  const std::vector<std::vector<std::string>> lines = {
-      {"-?"}, {"foo"}, {"/?"}, {"-output"}, {"-output", "a", "b"}, {"-output", "-clearstatus"},
-      {"-clearstatus", "-clearstatus"}, {"-autostart", "-?"}, {"-verbose"},
-      {"-output", "r.html", "-Output", "s.html"},
-  };
-  for (const auto& args : lines) {
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"-?"}, {"foo"}, {"/?"}, {"-output"}, {"-output", "a", "b"}, {"-output", "-clearstatus"},
+           {"-clearstatus", "-clearstatus"}, {"-autostart", "-?"}, {"-verbose"},
+           {"-output", "r.html", "-Output", "s.html"}}) {
     SCOPED_TRACE(testing::PrintToString(args));
-    RunResult run = RunZentrix(args, work_);
-    EXPECT_EQ(run.exitStatus, 0);
-    EXPECT_EQ(run.out, kHelp);
+    EXPECT_EQ(Run(args), std::make_pair(0, kHelp));
   }
   // Help never creates a report, probes a file or talks to the agent.
-  EXPECT_TRUE(Entries(work_).empty());
+  EXPECT_TRUE(Entries().empty());
   EXPECT_TRUE(sim_.requests().empty());
 }
 
 TEST_F(CommandLineTest, UnwritablePathFailsBeforeAnyAgentTraffic) {
-  auto outcome = [&](const std::vector<std::string>& args) {
-    RunResult run = RunZentrix(args, work_);
-    return std::make_pair(run.exitStatus, run.out);
-  };
   auto failure = [](const std::string& path, int error) {
     return std::make_pair(255, "\n!! Failed to write HTML file \"" + path + "\"! (Error " + strerror(error) + ")\n");
   };
   const std::string missing = work_ + "/missing/r.html";
-  EXPECT_EQ(outcome({"-clearstatus", "-output", missing}), failure(missing, ENOENT));
-  EXPECT_EQ(outcome({"-OUTPUT", work_}), failure(work_, EISDIR));
+  EXPECT_EQ(Run({"-clearstatus", "-output", missing}), failure(missing, ENOENT));
+  EXPECT_EQ(Run({"-OUTPUT", work_}), failure(work_, EISDIR));
   EXPECT_TRUE(sim_.requests().empty());
 }
 
 TEST_F(CommandLineTest, NoArgumentsWritesTimestampedReportInWorkingDirectory) {
-  RunResult run = RunZentrix({}, work_);
-  EXPECT_EQ(run.exitStatus, 0);
-  const std::vector<std::string> files = Entries(work_);
+  const auto run = Run({});
+  const std::vector<std::string> files = Entries();
   ASSERT_EQ(files.size(), 1u);
   EXPECT_TRUE(IsDefaultReportName(files[0])) << files[0];
-  EXPECT_EQ(run.out, "\nGenerating HTML report...\nSuccessfuly write HTML file \"" + files[0] + "\"\n");
-
+  EXPECT_EQ(run, std::make_pair(0, kGenerating + Written(files[0])));
   const std::string html = ScopedSystemRoot::readFile(work_ + "/" + files[0]);
   EXPECT_EQ(html.rfind("<!DOCTYPE html>\n<html>\n", 0), 0u);
   EXPECT_EQ(html.rfind("</html>"), html.size() - 7);
   // The heading's clock is read after the file name's, never earlier.
-  const size_t h3 = html.find("<h3>");
-  ASSERT_NE(h3, std::string::npos);
   struct tm heading = {};
   char digits[16] = "";
+  const size_t h3 = html.find("<h3>");
+  ASSERT_NE(h3, std::string::npos);
   ASSERT_NE(strptime(html.c_str() + h3 + 4, "%Y-%m-%d %H:%M:%S</h3>", &heading), nullptr);
   strftime(digits, sizeof digits, "%Y%m%d%H%M%S", &heading);
   EXPECT_GE(digits, files[0].substr(8, 14));
-  EXPECT_TRUE(resets().empty());
+  EXPECT_TRUE(Resets().empty());
 }
 
 TEST_F(CommandLineTest, CaseInsensitiveSwitchesWriteNamedFileAndStartBrowser) {
@@ -149,51 +132,38 @@ TEST_F(CommandLineTest, CaseInsensitiveSwitchesWriteNamedFileAndStartBrowser) {
   fs::create_directories(bin);
   std::ofstream(bin + "/xdg-open") << "#!/bin/sh\nprintf '%s|' \"$@\" >> \"" << work_ << "/opened.txt\"\n";
   fs::permissions(bin + "/xdg-open", fs::perms::owner_all);
-
-  RunResult run = RunZentrix({"-OUTPUT", "my report.html", "-AutoStart"}, work_, bin);
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_EQ(run.out, "\nGenerating HTML report...\nSuccessfuly write HTML file \"my report.html\"\n");
+  EXPECT_EQ(Run({"-OUTPUT", "my report.html", "-AutoStart"}, bin), std::make_pair(0, kGenerating + Written("my report.html")));
   EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/opened.txt"), "my report.html|");  // one quoted argument
   EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/my report.html").rfind("<!DOCTYPE html>", 0), 0u);
 
   // "-5" is a file name, and an empty name falls back to the default one.
-  EXPECT_EQ(RunZentrix({"-output", "-5"}, work_).exitStatus, 0);
+  EXPECT_EQ(Run({"-output", "-5"}).first, 0);
   EXPECT_TRUE(fs::exists(work_ + "/-5"));
-  run = RunZentrix({"-output", ""}, work_);
-  EXPECT_EQ(run.exitStatus, 0);
-  const std::vector<std::string> files = Entries(work_);
+  EXPECT_EQ(Run({"-output", ""}).first, 0);
+  const std::vector<std::string> files = Entries();
   EXPECT_EQ(std::count_if(files.begin(), files.end(), IsDefaultReportName), 1) << testing::PrintToString(files);
 }
 
-TEST_F(CommandLineTest, StatusResetUnreachableAgentEndsTheRunBeforeAnyRequest) {
-  ASSERT_TRUE(sim_.stop());
-  const std::string output = work_ + "/report.html";
-  std::ofstream(output) << "left from an earlier run";
-  RunResult run = RunZentrix({"-clearstatus", "-output", output}, work_);
-  EXPECT_EQ(run.exitStatus, 255);
-  EXPECT_EQ(run.out,
-            "\nClearing Driver Monitor status for all components..."
-            "\n ERROR: Orvana Agentless Service could not be connected\n");
-  EXPECT_EQ(ScopedSystemRoot::readFile(output), "");  // the probe came first
-  EXPECT_TRUE(sim_.requests().empty());
-}
-
+// The reset is sent and its outcome reported before the report is made; an
+// unreachable agent ends the run after the probe, before any request.
 TEST_F(CommandLineTest, StatusResetIsSentAndItsOutcomeReportedBeforeTheReport) {
-  RunResult run = RunZentrix({"-clearstatus", "-output", "r.html"}, work_);
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_EQ(run.out, "\nClearing Driver Monitor status for all components...\nStatus clear success."
-                     "\nGenerating HTML report...\nSuccessfuly write HTML file \"r.html\"\n");
-  std::vector<std::string> sent = resets();
+  EXPECT_EQ(Run({"-clearstatus", "-output", "r.html"}),
+            std::make_pair(0, kClearing + "\nStatus clear success." + kGenerating + Written("r.html")));
+  std::vector<std::string> sent = Resets();
   ASSERT_EQ(sent.size(), 1u);
   for (const char* member : {"\"DA\":1", "\"ST\":0"}) EXPECT_NE(sent[0].find(member), std::string::npos) << sent[0];
   for (const char* member : {"\"OE\"", "\"OI\""}) EXPECT_EQ(sent[0].find(member), std::string::npos) << sent[0];
 
   // A refused reset is reported and the report still written.
   ASSERT_TRUE(sim_.control(R"(set 0x180A 0 0 {"ST":4})"));
-  run = RunZentrix({"-clearstatus", "-output", "r.html"}, work_);
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_EQ(run.out.rfind("\nClearing Driver Monitor status for all components...\nStatus clear failed."
-                          "\nGenerating HTML report...", 0), 0u) << run.out;
-  EXPECT_EQ(resets().size(), 2u);
-  EXPECT_NE(ScopedSystemRoot::readFile(work_ + "/r.html"), "");
+  EXPECT_EQ(Run({"-clearstatus", "-output", "r.html"}),
+            std::make_pair(0, kClearing + "\nStatus clear failed." + kGenerating + Written("r.html")));
+  EXPECT_EQ(Resets().size(), 2u);
+
+  ASSERT_TRUE(sim_.stop());
+  sim_.clearRequests();
+  EXPECT_EQ(Run({"-clearstatus", "-output", "r.html"}),
+            std::make_pair(255, kClearing + "\n ERROR: Orvana Agentless Service could not be connected\n"));
+  EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/r.html"), "");  // the probe came first
+  EXPECT_TRUE(sim_.requests().empty());
 }
