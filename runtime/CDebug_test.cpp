@@ -1,13 +1,9 @@
 #include "runtime/CDebug.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdarg>
-
 #include <unistd.h>
 #include <utime.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <regex>
 #include <string>
@@ -43,14 +39,14 @@ std::string HeaderPattern(bool memoryColumn = false, const std::string& label = 
          std::string(13 - label.size(), ' ');
 }
 
-// The message after a well-formed header. Short lines only: the regex
-// engine recurses per character.
+// The message after a well-formed header, else the whole line. Short lines
+// only: the regex engine recurses per character.
 std::string MessageOf(const std::string& line, bool memoryColumn = false,
                       const std::string& label = "Zentrix") {
   std::smatch match;
   return std::regex_match(line, match, std::regex(HeaderPattern(memoryColumn, label) + "(.*)"))
              ? match[1].str()
-             : "<bad header>";
+             : line;  // a continuation line, or a broken header
 }
 
 void ClientPrint(CDebug& debug, const char* client, const char* fmt, ...) {
@@ -116,8 +112,7 @@ class DebugTest : public ::testing::Test {
 // environment set, which wins and is read as decimal.
 TEST_F(DebugTest, SettingsFromDefaultsFileAndEnvironment) {
   struct Setting {
-    const char* variable;
-    const char* environment;
+    const char *variable, *environment;
     unsigned (CDebug::*get)() const;
     unsigned byDefault, fromFile, fromEnvironment;
   } settings[] = {
@@ -161,17 +156,14 @@ TEST_F(DebugTest, SettingsFromDefaultsFileAndEnvironment) {
 }
 
 TEST_F(DebugTest, EmptyConfigDirectoryIgnoresEvenTheEnvironment) {
-  root_.writeFile(kConfigDir + "/readme.txt", "[Zentrix]\nFileDebugLevel=2\n[EndOfFile]\n");
   setenv("OV_LOG_DEBUG_LEVEL", "3", 1);
+  CDebug unconfigured;  // without the directory at all the environment counts
+  unconfigured.ReadDebugConfig("Zentrix");
+  EXPECT_EQ(3u, unconfigured.GetTraceLevel());
+  root_.writeFile(kConfigDir + "/readme.txt", "[Zentrix]\nFileDebugLevel=2\n[EndOfFile]\n");
   CDebug debug;
   debug.ReadDebugConfig("Zentrix");
   EXPECT_EQ(0u, debug.GetTraceLevel());
-
-  // Without the directory at all the environment still counts.
-  ScopedSystemRoot other;
-  CDebug unconfigured;
-  unconfigured.ReadDebugConfig("Zentrix");
-  EXPECT_EQ(3u, unconfigured.GetTraceLevel());
 }
 
 TEST_F(DebugTest, LogFileIsRecreatedAndTakesPrintAlwaysWhileTracingIsOff) {
@@ -187,66 +179,81 @@ TEST_F(DebugTest, LogFileIsRecreatedAndTakesPrintAlwaysWhileTracingIsOff) {
   debug.PrintAlways("\n");
   debug.PrintAlways(1, "ends in newline\n");
   debug.PrintAlways("\ninner\nline");
-  std::vector<std::string> lines = Lines(LogFile());
-  ASSERT_EQ(5u, lines.size());
-  // The memory column is on unless the file turns it off.
-  EXPECT_EQ("CDebug: two leading 7", MessageOf(lines[0], true));
-  EXPECT_EQ("", MessageOf(lines[1], true));
-  EXPECT_EQ("ends in newline", MessageOf(lines[2], true));
-  EXPECT_EQ("inner", MessageOf(lines[3], true));
-  EXPECT_EQ("line", lines[4]);
-
   // The command line, and a caller's own label once the log file is the target.
   char program[] = "Zentrix", option[] = "-?";
   char* argv[] = {program, option};
   debug.SetMainParams(2, argv);
   debug.SetTarget(1);
   ClientPrint(debug, "Client", "\nfrom %s", "client");
-  lines = Lines(LogFile());
+  std::vector<std::string> lines = Lines(LogFile()), messages;
   ASSERT_EQ(9u, lines.size());
-  EXPECT_EQ("Zentrix Command Line Options:", MessageOf(lines[5], true));
-  EXPECT_EQ("argv[1] = \"-?\"", MessageOf(lines[7], true));
+  // The memory column is on unless the file turns it off.
+  for (size_t i = 0; i < 8; ++i) messages.push_back(MessageOf(lines[i], true));
+  EXPECT_EQ((std::vector<std::string>{"CDebug: two leading 7", "", "ends in newline", "inner",
+                                      "line", "Zentrix Command Line Options:",
+                                      "argv[0] = \"Zentrix\"", "argv[1] = \"-?\""}),
+            messages);
   EXPECT_EQ("from client", MessageOf(lines[8], true, "Client"));
 }
 
-TEST_F(DebugTest, RingBufferHeaderThenRecordsAndWrapsBehindHeaderWithoutStartPhase) {
-  RingConfig(1);
-  // The per-application weight beats the general one.
-  setenv("OV_LOG_RINGBUF_WEIGHT", "3", 1);
-  setenv("OV_LOG_RINGBUF_WEIGHT_ZENTRIX", "1", 1);
-  CDebug debug("Zentrix");
-  ASSERT_EQ(static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) * 256, debug.GetRingSize());
-  debug.ForceMaxDebug(false);
-  debug.Print(1, "\nforced off");
-  debug.ForceMaxDebug(true);
-  debug.Print(2, "\nfirst record");
-  debug.Print(3, "\nsuppressed");
-  std::string ring = Ring();
-  ASSERT_EQ(debug.GetRingSize(), ring.size());
-  std::vector<std::string> lines = Lines(ring);
-  ASSERT_GT(lines.size(), 80u);
-  EXPECT_EQ("Orvana Environment:", MessageOf(lines[0]));
-  EXPECT_EQ("OV_LOG_RINGBUF_WEIGHT_ZENTRIX=1", MessageOf(lines[42]));
-  EXPECT_EQ("DebugLevel                 : 2", MessageOf(lines[59]));
-  EXPECT_EQ("# End of header.", MessageOf(lines[79]));
-  // Records start on the second block boundary after the header.
-  size_t afterHeader = (ring.find("# End of header.\n") + 17 + 2048) & ~size_t{1023};
-  EXPECT_EQ(afterHeader, ring.rfind('\n', ring.find("### Start of initialization. ###")) + 1);
-  EXPECT_EQ(0u, Count(ring, "suppressed") + Count(ring, "forced off"));
-  EXPECT_EQ(1u, Count(ring, kTrailer));
-  EXPECT_EQ(ring.find("first record\n") + 13, ring.find(kTrailer));
+// factor (at most 2) * weight * page size * 256 bytes. A wrap rewrites the
+// header and continues behind the start phase if one was kept, else on the
+// second block boundary after the header.
+TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
+  const uint64_t ringUnit = static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) * 256;
+  setenv("OV_LOG_RINGBUF_WEIGHT", "3", 1);  // the per-application weight beats it
+  struct { unsigned factor, weight; uint64_t size; bool keepsStart; } cases[] = {
+      {1, 1, ringUnit, false},  // 1 MiB never has 1 MiB to spare for the start phase
+      {3, 2, 4 * ringUnit, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.factor);
+    RingConfig(c.factor);
+    const std::string weight = std::to_string(c.weight);
+    setenv("OV_LOG_RINGBUF_WEIGHT_ZENTRIX", weight.c_str(), 1);
+    CDebug debug("Zentrix");
+    ASSERT_EQ(c.size, debug.GetRingSize());
+    debug.ForceMaxDebug(false);
+    debug.Print(1, "\nforced off");
+    debug.ForceMaxDebug(true);
+    debug.Print(2, "\nfirst record");
+    debug.Print(3, "\nsuppressed");
+    std::string ring = Ring();
+    ASSERT_EQ(c.size, ring.size());
+    std::vector<std::string> lines = Lines(ring);
+    EXPECT_EQ("Orvana Environment:", MessageOf(lines[0]));
+    EXPECT_EQ("OV_LOG_RINGBUF_WEIGHT_ZENTRIX=" + weight, MessageOf(lines[42]));
+    EXPECT_EQ("DebugLevel                 : 2", MessageOf(lines[59]));
+    EXPECT_EQ("# End of header.", MessageOf(lines[79]));
+    size_t afterHeader = (ring.find("# End of header.\n") + 17 + 2048) & ~size_t{1023};
+    EXPECT_EQ(afterHeader, ring.rfind('\n', ring.find("### Start of initialization. ###")) + 1);
+    EXPECT_EQ(0u, Count(ring, "suppressed") + Count(ring, "forced off"));
+    EXPECT_EQ(1u, Count(ring, kTrailer));
+    EXPECT_EQ(ring.find("first record\n") + 13, ring.find(kTrailer));
 
-  debug.SetApplInitDone();
-  EXPECT_EQ(0u, debug.GetApplInitDone());  // a 1 MiB ring never has 1 MiB to spare
-  std::string filler(500, 'q');
-  for (int i = 0; debug.GetRingWrapCount() < 2 && i < 100000; ++i) {
-    debug.Print(2, "\n%s", filler.c_str());
+    debug.SetApplInitDone();
+    EXPECT_EQ(c.keepsStart, debug.GetApplInitDone() == 1);
+    std::string filler(900, 'r');
+    int written = 0;
+    while (debug.GetRingWrapCount() == 0 && written < 100000) {
+      debug.Print(2, "\n%06d %s", written++, filler.c_str());
+    }
+    ASSERT_EQ(1u, debug.GetRingWrapCount());
+    debug.Print(2, "\nnewest");
+    ring = Ring();
+    EXPECT_EQ(1u, Count(ring, kTrailer));
+    EXPECT_EQ(ring.find("newest\n") + 7, ring.find(kTrailer));
+    EXPECT_EQ('.', ring.back());
+    EXPECT_EQ(1u, Count(ring, "Orvana Environment:"));
+    EXPECT_EQ(c.keepsStart ? 1u : 0u, Count(ring, "first record\n"));
+    // The record that caused the wrap comes first after the header or start phase.
+    const std::string initEnd = "### End of initialization. ###\n";
+    char tag[32];
+    snprintf(tag, sizeof tag, "Zentrix      %06d ", written - 1);
+    ASSERT_NE(std::string::npos, ring.find(tag));
+    EXPECT_EQ(c.keepsStart ? ring.find(initEnd) + initEnd.size() : afterHeader,
+              ring.rfind('\n', ring.find(tag)) + 1);
   }
-  ASSERT_EQ(2u, debug.GetRingWrapCount());
-  ring = Ring();
-  EXPECT_EQ(1u, Count(ring, kTrailer));
-  EXPECT_EQ(0u, Count(ring, "### Start of initialization. ###"));
-  EXPECT_EQ(afterHeader, ring.rfind('\n', ring.find(filler)) + 1);
 }
 
 TEST_F(DebugTest, RingBufferThatCannotStartTurnsTracingOff) {
@@ -254,8 +261,7 @@ TEST_F(DebugTest, RingBufferThatCannotStartTurnsTracingOff) {
   root_.makeDirs(kTraceDir + "/log.zentrix_a");
   CDebug debug("Zentrix");
   EXPECT_FALSE(debug.IsEnabled());
-  EXPECT_EQ(0u, debug.GetTraceLevel());
-  EXPECT_EQ(0u, debug.GetTraceTarget());
+  EXPECT_EQ(0u, debug.GetTraceLevel() + debug.GetTraceTarget());
   EXPECT_NE(std::string::npos,
             LogFile().find("### InitRingBuffer(): open of " + TracePath("log.zentrix_a") +
                            " failed (errno=21; Is a directory) ###\n"));
@@ -263,16 +269,14 @@ TEST_F(DebugTest, RingBufferThatCannotStartTurnsTracingOff) {
 
 TEST_F(DebugTest, LongMessageWholeInLargeRingCutInSmallRingAndLogFile) {
   RingConfig(2);
-  std::string message(2000, 'x');
+  const std::string message(2000, 'x'), cut = message.substr(0, 1024) + "\n";
   {
     CDebug debug("Zentrix");
     debug.Print(1, "\n%s", message.c_str());
     debug.PrintAlways("\n%s", message.c_str());
-    std::string ring = Ring();
-    EXPECT_EQ(2u, Count(ring, message + "\n"));
-    std::string log = LogFile();
-    EXPECT_EQ(std::string::npos, log.find(message.substr(0, 1025)));
-    EXPECT_NE(std::string::npos, log.find(message.substr(0, 1024) + "\n"));
+    EXPECT_EQ(2u, Count(Ring(), message + "\n"));
+    EXPECT_EQ(1u, Count(LogFile(), cut));
+    EXPECT_EQ(0u, Count(LogFile(), message.substr(0, 1025)));
   }
   // A message above a tenth of the ring is cut, with a notice.
   TestDebug small;
@@ -281,70 +285,29 @@ TEST_F(DebugTest, LongMessageWholeInLargeRingCutInSmallRingAndLogFile) {
   ASSERT_TRUE(small.InitRingBuffer(path.c_str(), 16 * 1024));
   small.Print(1, "\n%s", message.c_str());
   std::string ring = ScopedSystemRoot::readFile(path);
-  EXPECT_NE(std::string::npos,
-            ring.find(message.substr(0, 1024) +
-                      "\n## WARNING: TRACE-SIZE TOO BIG: Output Truncated!\n" + kTrailer));
-  EXPECT_EQ(std::string::npos, ring.find(message.substr(0, 1025)));
+  EXPECT_EQ(1u, Count(ring, cut + "## WARNING: TRACE-SIZE TOO BIG: Output Truncated!\n" + kTrailer));
+  EXPECT_EQ(0u, Count(ring, message.substr(0, 1025)));
 }
 
-TEST_F(DebugTest, LogFileWrapsToStartThenToEndOfInitialization) {
+TEST_F(DebugTest, LogFileWrapsBackToTheEndOfTheStartPhase) {
   AppConfig("MemoryTracesFlag=0");
   setenv("OV_LOG_FILE_MAX_SIZE", "2000", 1);
-  // About 150 bytes a record: the 14th passes the maximum, once.
-  std::string filler(100, 'f');
-  {
-    CDebug debug("Zentrix");
-    for (int i = 0; i < 15; ++i) debug.PrintAlways("\n%02d %s", i, filler.c_str());
-    std::string log = LogFile();
-    EXPECT_EQ(0u, log.find("------ WRAP ----- Cycle=1, CntInitEnd=0, CurrentByteCnt=0 (MaxCnt=2000)\n"));
-    // Nothing is truncated: older lines still follow the newest ones.
-    EXPECT_EQ(1u, Count(log, "12 " + filler));
-  }
   CDebug debug("Zentrix");
   debug.PrintAlways("\nstart-up line");
   debug.SetApplInitDone();
-  std::string startPhase = LogFile();
+  const std::string startPhase = LogFile(), initEnd = std::to_string(startPhase.size());
+  // About 150 bytes a record: the 14th passes the maximum, once.
+  std::string filler(100, 'f');
   for (int i = 0; i < 15; ++i) debug.PrintAlways("\n%02d %s", i, filler.c_str());
   std::string log = LogFile();
-  std::string initEnd = std::to_string(startPhase.size());
   EXPECT_EQ(0u, log.find(startPhase + "------ WRAP ----- Cycle=1, CntInitEnd=" + initEnd +
                          ", CurrentByteCnt=" + initEnd + " (MaxCnt=2000)\n"))
       << log;
+  // Nothing is truncated: older lines still follow the newest ones.
+  EXPECT_EQ(1u, Count(log, "12 " + filler));
 }
 
-TEST_F(DebugTest, RingWrapKeepsStartPhaseAndExactlyOneTrailer) {
-  RingConfig(3, 2);
-  CDebug debug("Zentrix");
-  // factor (at most 2) * weight * page size * 256
-  EXPECT_EQ(2u, debug.GetRingFactor());
-  ASSERT_EQ(2 * 2 * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) * 256, debug.GetRingSize());
-  debug.Print(1, "\nduring start-up");
-  debug.SetApplInitDone();
-  EXPECT_EQ(1u, debug.GetApplInitDone());
-  std::string filler(900, 'r');
-  int written = 0;
-  while (debug.GetRingWrapCount() == 0 && written < 100000) {
-    debug.Print(2, "\n%06d %s", written++, filler.c_str());
-  }
-  ASSERT_EQ(1u, debug.GetRingWrapCount());
-  debug.Print(2, "\nnewest");
-  std::string ring = Ring();
-  EXPECT_EQ(1u, Count(ring, kTrailer));
-  EXPECT_EQ(ring.find("newest\n") + 7, ring.find(kTrailer));
-  EXPECT_EQ('.', ring.back());
-  EXPECT_EQ(1u, Count(ring, "Orvana Environment:"));
-  EXPECT_EQ(1u, Count(ring, "during start-up\n"));
-  // The record that caused the wrap directly follows the start phase.
-  const std::string initEnd = "### End of initialization. ###\n";
-  ASSERT_EQ(1u, Count(ring, initEnd));
-  char tag[32];
-  snprintf(tag, sizeof tag, "Zentrix      %06d ", written - 1);
-  size_t record = ring.find(tag);
-  ASSERT_NE(std::string::npos, record);
-  EXPECT_EQ(ring.find(initEnd) + initEnd.size(), ring.rfind('\n', record) + 1);
-}
-
-TEST_F(DebugTest, DynamicUpdatePicksUpRaisedLevelAfterInterval) {
+TEST_F(DebugTest, DynamicUpdateRereadsAChangedLevelAfterTheInterval) {
   Config("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n[EndOfFile]\n");
   RingConfig(1, 1, 1);
   setenv("OV_LOG_DEBUG_LEVEL", "2", 1);
@@ -352,84 +315,60 @@ TEST_F(DebugTest, DynamicUpdatePicksUpRaisedLevelAfterInterval) {
   debug.SetClock([](time_t*) { return g_FakeNow; });
   g_FakeNow = 1000;
   debug.Init("Zentrix");
-  ASSERT_EQ(2u, debug.GetTraceLevel());
   debug.Print(2, "\nfirst check");  // the first Print looks at the files
-
-  // A rewritten file, dated later so that it counts as changed.
-  auto rewrite = [&](unsigned level, time_t later) {
-    RingConfig(1, 1, level);
-    struct utimbuf times = {time(nullptr) + later, time(nullptr) + later};
-    ASSERT_EQ(0, utime((root_.root() + kConfigDir + "/z.ini").c_str(), &times));
-  };
-  rewrite(4, 100);
-  g_FakeNow = 1009;
-  debug.Print(4, "\ntoo early");
-  EXPECT_EQ(2u, debug.GetTraceLevel());
-  g_FakeNow = 1010;
-  debug.Print(4, "\nraised");
-  EXPECT_EQ(4u, debug.GetTraceLevel());
-
+  // Each step rewrites the file, dated later so that it counts as changed.
   // A clock set back also triggers a check.
-  rewrite(1, 200);
-  g_FakeNow = 500;
-  debug.Print(2, "\nlowered");
-  EXPECT_EQ(1u, debug.GetTraceLevel());
-
-  EXPECT_EQ(0u, Count(Ring(), "too early"));
-  EXPECT_EQ(1u, Count(Ring(), "raised"));
+  struct { unsigned level; time_t now; unsigned expected; } steps[] = {
+      {4, 1009, 2}, {4, 1010, 4}, {1, 500, 1}};
+  time_t later = time(nullptr);
+  for (const auto& step : steps) {
+    RingConfig(1, 1, step.level);
+    later += 100;
+    struct utimbuf times = {later, later};
+    ASSERT_EQ(0, utime((root_.root() + kConfigDir + "/z.ini").c_str(), &times));
+    g_FakeNow = step.now;
+    debug.Print(4, "\ncheck");
+    EXPECT_EQ(step.expected, debug.GetTraceLevel()) << step.now;
+  }
 }
 
 TEST_F(DebugTest, ConcurrentPrintsKeepEveryRecordWhole) {
   RingConfig(2);
   setenv("OV_LOG_FILE_MAX_SIZE", "100000000", 1);
   CDebug debug("Zentrix");
-  constexpr int kThreads = 4;
-  constexpr int kRecords = 300;
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&debug, t] {
-      for (int i = 0; i < kRecords; ++i) {
+      for (int i = 0; i < 300; ++i) {
         if (debug.IsEnabled()) debug.Print(2, "\nthread %d ring %04d end", t, i);
         debug.PrintAlways(1, "\nthread %d file %04d end", t, i);
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-
-  const std::regex whole(HeaderPattern() + "thread [0-3] (ring|file) [0-9]{4} end");
-  std::vector<std::string> log = Lines(LogFile());
-  EXPECT_EQ(static_cast<size_t>(kThreads * kRecords), log.size());
-  for (const std::string& line : log) EXPECT_TRUE(std::regex_match(line, whole)) << line;
-  std::string ring = Ring();
-  size_t ringRecords = 0;
-  for (const std::string& line : Lines(ring)) {
-    if (line.find("thread") == std::string::npos) continue;
-    EXPECT_TRUE(std::regex_match(line, whole)) << line;
-    ++ringRecords;
+  std::vector<std::string> records = Lines(LogFile());
+  EXPECT_EQ(1200u, records.size());
+  for (const std::string& line : Lines(Ring())) {
+    if (line.find("thread") != std::string::npos) records.push_back(line);
   }
-  EXPECT_EQ(static_cast<size_t>(kThreads * kRecords * 2), ringRecords);
-  EXPECT_EQ(1u, Count(ring, kTrailer));
+  EXPECT_EQ(1200u * 3, records.size());  // PrintAlways goes to both
+  const std::regex whole(HeaderPattern() + "thread [0-3] (ring|file) [0-9]{4} end");
+  for (const std::string& line : records) EXPECT_TRUE(std::regex_match(line, whole)) << line;
+  EXPECT_EQ(1u, Count(Ring(), kTrailer));
 }
 
+// Cut at 255 characters, the directory part still inside the root.
 TEST_F(DebugTest, OverlongNamesAndDirectoriesAreCut) {
-  // Cut at 255 characters, the directory part still lies inside the root.
   std::string longDir = root_.root() + "/" + std::string(300, 'd');
   setenv("OV_LOG_RINGBUF_DIR", longDir.c_str(), 1);
   setenv("OV_LOG_DEBUG_LEVEL", "1", 1);
   setenv("TraceFileLimit", "1", 1);
   setenv("OV_LOG_RINGBUF_WEIGHT", "1", 1);
-  AppConfig("");
-  std::string longName(400, 'N');
-  CDebug debug(longName.c_str());
-  EXPECT_EQ(255u, strlen(debug.GetTraceDirectory()));
-  EXPECT_EQ(255u, strlen(debug.GetLogFilePath()));
-  EXPECT_EQ(255u, strlen(debug.GetRingBufferPath()));
+  CDebug debug(std::string(400, 'N').c_str());
+  for (const char* path : {debug.GetTraceDirectory(), debug.GetLogFilePath(), debug.GetRingBufferPath()}) {
+    EXPECT_EQ(255u, strlen(path));
+  }
   EXPECT_EQ(0u, std::string(debug.GetLogFilePath()).find(root_.root() + "/ddd"));
-
-  // The application's variable name stays inside its buffer.
-  char tight[12] = "ABCDEFGH";
-  CDebug::BuildAppVarName(tight, sizeof tight, "very long name");
-  EXPECT_STREQ("ABCDEFGH_VE", tight);
 }
 
 }  // namespace
