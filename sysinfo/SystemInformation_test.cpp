@@ -13,24 +13,18 @@
 
 namespace {
 
-// A server with something unusual in nearly every family: unknown codes, a
-// second RAID adapter (so drive reads carry a sub-index), negative voltage
-// limits, Driver Monitor components of two classes, odd threshold and stream
-// blocks (overrides). Plain reads are left to the rendered-report tests.
+// A server with what the rendered-report tests do not reach: a second RAID
+// adapter (so drive reads carry a sub-index), negative voltage limits,
+// Driver Monitor components of two classes, odd threshold and stream blocks
+// (overrides), and a distinct value for every overall status.
 const char* const kServerProfile = R"({"cabinet": 7,
   "system": {"hostName": "host1", "currentPowerConsumption": "210 W", "maximumPowerConsumption": "800 W"},
-  "fans": [{"status": 1, "type": 4}, {"status": 7, "type": 9}],
-  "temperatureSensors": [{"status": 2, "type": 2}, {"status": 6}],
   "powerSupplies": [{"status": 10, "currentWatts": 180, "nominalWatts": 800}, {"status": 0}],
-  "voltages": [{"status": 1, "min": 1140, "max": 1260}, {"status": 2, "min": -250, "max": 330}],
-  "memoryModules": [{"status": 1, "type": "DDR5", "subtype": "RDIMM"}, {}],
-  "processors": [{"status": 5}],
-  "pciSlots": [{"status": 128}, {"status": 129}],
-  "raid": {"version": "7.1", "status": 1, "adapters": [{"status": 0}, {"status": 255,
-    "logicalDrives": [{"status": 1, "designation": "LD0"}],
-    "physicalDrives": [{"status": 14, "interface": 8}, {"status": 99, "smart": 255, "designation": "PD1", "interface": 15}]}]},
-  "driverMonitor": [{"class": 2, "status": 3}, {"designation": "sda", "class": 5},
-                    {"location": "PCI 2", "class": 2, "status": 2}],
+  "voltages": [{"min": 1140, "max": 1260}, {"min": -250, "max": 330}],
+  "memoryModules": [{"type": "DDR5", "subtype": "RDIMM"}, {}],
+  "raid": {"version": "7.1", "status": 1, "adapters": [{}, {"logicalDrives": [{"sizeMB": 1000}],
+    "physicalDrives": [{}, {"designation": "PD1"}]}]},
+  "driverMonitor": [{"class": 2, "status": 3}, {"class": 5}, {"class": 2, "status": 2}],
   "overall": {"environment": 11, "powerSupply": 12, "massStorage": 13, "systemBoard": 14, "network": 15,
     "massStorageAdapters": 16, "raidAdapters": 17, "raidLogicalDrives": 18, "raidPhysicalDrives": 19,
     "coolingDevices": 20, "temperature": 21, "powerSupplyUnits": 22, "voltages": 23, "memoryModules": 24,
@@ -97,35 +91,21 @@ TEST(SystemInformationTest, GettersReadTheirAddressesAndDecodeTheReplies) {
   Agent agent(kServerProfile);
   SystemInformation info;
   // Evaluated in order; the threshold rows follow reads without a sub-index,
-  // as thresholds send the sub-index the previous read left.
+  // as thresholds send the sub-index the previous read left. Status and type
+  // texts are the maps' own tests' and the rendered report's business.
   ExpectRows({
       ROW(getCabinetNumber(), 7), ROW(getOVRaidSystemVersion(0xAA03), "7.1"),
       ROW(getCurrentPowerConsumption(), "210 W"), ROW(getMaximumPowerConsumption(), "800 W"),
-      ROW(getFanStatus(0), CS(STATUS_NORMAL, "OK")), ROW(getFanStatus(1), CS()), ROW(getFanType(0), "Power supply"),
-      ROW(getFanType(1), ""), ROW(getTempSensorStatus(0), CS()), ROW(getTempSensorStatus(1), CS(STATUS_NORMAL, "OK")),
-      ROW(getTempSensorType(0), "Ambient Sensor"), ROW(getPowerSupplyStatus(0), CS(STATUS_WARNING, "AC Failure")),
+      ROW(getPowerSupplyStatus(0), CS(STATUS_WARNING, "AC Failure")),
       ROW(getPowerSupplyStatus(1), CS(STATUS_NOT_PRESENT, "Not Present")),
-      ROW(getVoltageStatus(1), CS(STATUS_WARNING, "Too Low")),
       // Thresholds take exactly a 4-byte block (a number counts as its bytes).
       ROW(getVoltageThresholds(0), 1140u | 1260u << 16), ROW(getVoltageThresholds(1), uint16_t(-250) | 330u << 16),
       ROW(getVoltageThresholds(2), 0), ROW(getVoltageThresholds(3), 0), ROW(getVoltageThresholds(4), 0),
-      ROW(getVoltageThresholds(5), 305419896), ROW(getMemoryModuleStatus(1), CS(STATUS_NOT_PRESENT, "Empty Slot")),
-      ROW(getMemoryModuleType(0), "DDR5 RDIMM"), ROW(getMemoryModuleType(1), " "),
-      ROW(getProcessorStatus(0), CS(STATUS_WARNING, "Not Terminated")),
-      ROW(getPciSlotStatus(0), CS(STATUS_WARNING, "OK")), ROW(getPciSlotStatus(1), CS()),
-      ROW(getRaidAdapterStatus(0), CS(STATUS_NORMAL, "OK")), ROW(getRaidAdapterStatus(1), CS(STATUS_ERROR, "Unknow")),
-      ROW(getNumberRaidPhysicalDrives(0), 0), ROW(getNumberRaidPhysicalDrives(1), 2),
-      ROW(getRaidPhysicalDriveDesignation(1, 1), "PD1"),
-      ROW(getRaidPhysicalDriveStatus(1, 0), CS(STATUS_SHIELDED, "Shielded")),
-      ROW(getRaidPhysicalDriveStatus(1, 1), CS()),
-      ROW(getRaidPhysicalDriveSmartStatus(1, 1), "S.M.A.R.T. status unknown"),
-      ROW(getRaidPhysicalDriveInterface(1, 0), "SAS"), ROW(getRaidPhysicalDriveInterface(1, 1), "NVMe"),
-      ROW(getRaidLogicalDriveDesignation(1, 0), "LD0"),
-      ROW(getRaidLogicalDriveStatus(1, 0), CS(STATUS_WARNING, "Degraded")),
-      ROW(getRaidStatus(), CS(STATUS_NORMAL, "OK")), ROW(getRaidOverallStatus(), 1),
-      ROW(getDrvMonComponentDesignation(1), "sda"), ROW(getDrvMonComponentLocation(2), "PCI 2"),
-      ROW(getDrvMonComponentStatus(0), CS(STATUS_ERROR, "Critical")), ROW(getDrvMonComponentIndexes(2), {0, 2}),
-      ROW(getDrvMonComponentIndexes(5), {1}), ROW(getDrvMonComponentIndexes(7), std::vector<unsigned>()),
+      ROW(getVoltageThresholds(5), 305419896), ROW(getMemoryModuleType(0), "DDR5 RDIMM"),
+      ROW(getMemoryModuleType(1), " "), ROW(getNumberRaidPhysicalDrives(0), 0), ROW(getNumberRaidPhysicalDrives(1), 2),
+      ROW(getRaidPhysicalDriveDesignation(1, 1), "PD1"), ROW(getRaidLogicalDriveSize(1, 0), 1000),
+      ROW(getDrvMonComponentIndexes(2), {0, 2}), ROW(getDrvMonComponentIndexes(5), {1}),
+      ROW(getDrvMonComponentIndexes(7), std::vector<unsigned>()), ROW(getRaidOverallStatus(), 1),
       ROW(getEnvironmentOverallStatus(), 11), ROW(getPowerSupplyOverallStatus(), 12),
       ROW(getMassStorageOverallStatus(), 13), ROW(getSystemBoardOverallStatus(), 14),
       ROW(getNetworkOverallStatus(), 15), ROW(getMassStorageAdapterOverallStatus(), 16),
