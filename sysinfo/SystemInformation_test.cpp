@@ -129,6 +129,9 @@ TEST(SystemInformationTest, RequestsCarryOnlyTheAddressMembersTheyNeed) {
   // cabinet, and slot 1 reuses slot 0's value id.
   EXPECT_EQ(agent.sentBy([&] { info.getVoltageThresholds(0); }), Lines{"OC=0x0523"});
   EXPECT_EQ(agent.sentBy([&] { info.getIpAddresses(); }), (Lines{"OC=0xE108", "OC=0xE108 OE=1"}));
+  // Only a reply without the value id shows that slot 1 never writes it.
+  ASSERT_TRUE(agent.sim.control("fault invalid-json oc=57608 count=1"));
+  EXPECT_EQ(agent.sentBy([&] { info.getIpAddresses(); }), (Lines{"OC=0xE108", "OE=1"}));
   // Zero indexes are left out, the cabinet is always sent.
   EXPECT_EQ(agent.sentBy([&] { info.getFanStatus(0); }), Lines{"OC=0x0301 CA=7"});
   EXPECT_EQ(agent.sentBy([&] { info.getRaidPhysicalDriveDesignation(1, 1); }), Lines{"OC=0x2133 OE=1 OI=1 CA=7"});
