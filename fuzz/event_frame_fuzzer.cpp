@@ -16,12 +16,7 @@
 #include "agent/CSwitchClient.h"
 #include "agent/SipJson.h"
 #include "runtime/CSystemRoot.h"
-
-extern "C" {
-unsigned int sleep(unsigned int) { return 0; }
-int usleep(useconds_t) { return 0; }
-int nanosleep(const struct timespec*, struct timespec*) { return 0; }
-}
+#include "fuzz/NoSleep.h"
 
 namespace {
 constexpr size_t kMaxWire = 32 * 1024;  // stays below the socket buffer

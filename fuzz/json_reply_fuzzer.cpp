@@ -18,13 +18,7 @@
 #include <unistd.h>
 
 #include "agent/JsonChannel.h"
-
-extern "C" {
-// Replace the C library's sleeps for this process only.
-unsigned int sleep(unsigned int) { return 0; }
-int usleep(useconds_t) { return 0; }
-int nanosleep(const struct timespec*, struct timespec*) { return 0; }
-}
+#include "fuzz/NoSleep.h"
 
 namespace {
 constexpr size_t kMaxWire = 32 * 1024;  // stays below the socket buffer
