@@ -142,7 +142,9 @@ bool SipJson::SetCmdElemValue(GenericValue& cmd, const char* name, unsigned valu
   if (!cmd.IsObject() || name == nullptr) return false;
   auto it = cmd.FindMember(name);
   if (value == 0 && removeIfZero) {
-    if (it != cmd.MemberEnd()) cmd.EraseMember(it);
+    // RemoveMember moves the last member into the gap; requests go out in
+    // that order.
+    if (it != cmd.MemberEnd()) cmd.RemoveMember(it);
     return true;
   }
   if (it != cmd.MemberEnd()) {

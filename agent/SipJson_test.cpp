@@ -18,11 +18,14 @@ TEST(SipJsonRequest, FillOrderReplaceAndRemove) {
   EXPECT_EQ(record.Serialize(), kEmpty);
   SipJson::GenericValue& cmd = record.GetCmd();
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OC", 0x301, false));
+  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 2, true));
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OI", 4, true));
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "CA", 0, false));
-  // Replacing keeps the member's place; zero with removal drops it, or
-  // adds nothing when it is absent.
+  // Replacing keeps the member's place; zero with removal drops it and moves
+  // the last member into its place, or adds nothing when it is absent.
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OC", 5, false));
+  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 0, true));
+  EXPECT_EQ(record.Serialize(), Record("{\"OC\":5,\"CA\":0,\"OI\":4}"));
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OI", 0, true));
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 0, true));
   EXPECT_EQ(record.Serialize(), Record("{\"OC\":5,\"CA\":0}"));
