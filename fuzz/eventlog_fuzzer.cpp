@@ -3,11 +3,13 @@
 // outside 0..3 ends the page with std::out_of_range("map::at") on purpose,
 // so that exception is expected; any other escape, a hang or a read outside
 // the block is a finding.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "pages/SystemEventLog.h"
@@ -22,13 +24,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (strcmp(e.what(), "map::at") != 0) abort();
     return 0;
   }
-  // Every record is at least a header long, so there are never more rows
-  // than headers fit in the block.
-  if (rows.size() > size / SystemEventLog::kHeaderSize) abort();
+  // Each row's record starts further on and holds its fixed fields inside
+  // the block; a message stays inside its record.
+  const size_t fixed = SystemEventLog::kTimeEnd;
+  if (rows.size() > (size < fixed ? 0 : size - fixed + 1)) abort();
   for (const SystemEventLog::Row& row : rows) {
     if (row.cells.size() != 3) abort();
     if (row.cells[0].compare(0, 2, "0x") != 0) abort();
-    if (row.cells[2].find('\0') != std::string::npos) abort();
+    const std::string& message = row.cells[2];
+    if (message.find('\0') != std::string::npos) abort();
+    if (!message.empty() && message.size() + SystemEventLog::kHeaderSize > std::min<size_t>(size, 0xFFFF)) abort();
   }
   return 0;
 }

@@ -1,5 +1,6 @@
 #include "pages/SystemEventLog.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -59,28 +60,42 @@ std::string SystemEventLog::timeText(int32_t seconds) {
 std::vector<SystemEventLog::Row> SystemEventLog::rowsFromBlock(const unsigned char* data, size_t size) {
   std::vector<Row> rows;
   size_t offset = 0;
+  static const char kCutOff[] = "the block ends inside its fixed fields";
+  const char* stop = nullptr;  // why the walk ended early
   while (data != nullptr && offset < size) {
-    size_t left = size - offset;
     const unsigned char* record = data + offset;
-    size_t length = left >= 2 ? readU16(record) : 0;
-    if (left < kHeaderSize || length < kHeaderSize || length > left) break;
-    const unsigned char* message = record + kHeaderSize;
-    const void* terminator = std::memchr(message, '\0', length - kHeaderSize);
-    if (terminator == nullptr) break;
+    const size_t left = size - offset;
+    // Each record is taken field by field up to the first that lies outside
+    // the block, the severity first: an unknown one ends the page even in a
+    // record the walk cannot finish.
+    if (left <= kSeverityAt) { stop = kCutOff; break; }
+    const ComponentStatus& status = severityStatus(record[kSeverityAt]);
+    if (left < kTimeEnd) { stop = kCutOff; break; }
+    const size_t length = readU16(record);
 
     Row row;
-    row.status = severityStatus(record[3]);
+    row.status = status;
     row.cells.reserve(3);
-    row.cells.push_back(codeText(readU16(record + 4)));
-    row.cells.push_back(timeText(readI32(record + 8)));
-    row.cells.emplace_back(reinterpret_cast<const char*>(message),
-                           static_cast<const unsigned char*>(terminator) - message);
+    row.cells.push_back(codeText(readU16(record + kCodeAt)));
+    row.cells.push_back(timeText(readI32(record + kTimeAt)));
+    // The text ends at its record's end at the latest: reading on into the
+    // following records would give each row most of a long block to copy.
+    const size_t end = std::min(length, left);
+    if (end > kHeaderSize) {
+      const char* message = reinterpret_cast<const char*>(record + kHeaderSize);
+      row.cells.emplace_back(message, strnlen(message, end - kHeaderSize));
+    } else {
+      row.cells.emplace_back();
+    }
     rows.push_back(std::move(row));
+
+    if (length == 0) { stop = "length 0"; break; }
+    if (length > left) { stop = "its length runs past the block"; break; }
     offset += length;
   }
-  if (offset < size && g_Debug.IsEnabled()) {
-    g_Debug.Print(1, "\nSystemEventLog::rowsFromBlock: malformed record at offset %zu, last %zu bytes ignored",
-                  offset, size - offset);
+  if (stop != nullptr && g_Debug.IsEnabled()) {
+    g_Debug.Print(1, "\nSystemEventLog::rowsFromBlock: walk stopped at the record at offset %zu of %zu: %s",
+                  offset, size, stop);
   }
   return rows;
 }

@@ -18,6 +18,10 @@ class CMarkup;
 class SystemEventLog {
  public:
   static constexpr unsigned kValueId = 0x0B10;
+  static constexpr size_t kSeverityAt = 3;
+  static constexpr size_t kCodeAt = 4;
+  static constexpr size_t kTimeAt = 8;
+  static constexpr size_t kTimeEnd = 12;  // a row needs the block to reach this far
   static constexpr size_t kHeaderSize = 16;
   static constexpr const char* kMessageFileName = "ERRMSG.XML";
   static constexpr const char* kNoTime = " <no date/no time> ";
@@ -27,9 +31,11 @@ class SystemEventLog {
     std::vector<std::string> cells;  // code, time, message
   };
 
-  // Rows in block order. The walk stops at the first record whose length
-  // is 0, shorter than the header, or runs past the block, and at a message
-  // without its NUL inside the record; the rows made so far are kept.
+  // Rows in block order, one per record reached. Fields are read where the
+  // record says, also past a length shorter than the header, but never past
+  // the block: the walk stops at a record whose fixed fields the block cuts
+  // off, and after a record of length 0 or one longer than the bytes left.
+  // A message ends at its NUL, its record's end or the block's end.
   // A severity outside 0..3 throws std::out_of_range ("map::at"): a block
   // like that must not produce a report.
   static std::vector<Row> rowsFromBlock(const unsigned char* data, size_t size);

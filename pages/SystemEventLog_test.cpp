@@ -71,7 +71,12 @@ TEST(EventLogTextTest, CodeMovesItsHighByteUpTimeIsUtcAndSeverityMapsOrThrows) {
   std::string failure = "no exception";
   try { SystemEventLog::severityStatus(4); } catch (const std::out_of_range& e) { failure = e.what(); }
   EXPECT_EQ("map::at", failure);
-  EXPECT_THROW(rowsOf(join({record(0, 1, 1, "ok"), record(4, 1, 1, "bad")})), std::out_of_range);
+  // Also where the walk then stops: a length below the header, a block that
+  // ends after the severity.
+  for (const Bytes& block : {join({record(0, 1, 1, "ok"), record(4, 1, 1, "bad")}), record(9, 1, 1, "bad", 3),
+                             join({record(0, 1, 1, "ok"), {5, 0, 0, 9}})}) {
+    EXPECT_THROW(rowsOf(block), std::out_of_range);
+  }
 }
 
 TEST(EventLogRowsTest, RowsInBlockOrderUntilARecordIsInconsistent) {
@@ -80,23 +85,29 @@ TEST(EventLogRowsTest, RowsInBlockOrderUntilARecordIsInconsistent) {
   padded.resize(40, 'z');
   Bytes zeroLength = record(0, 2, 1, "x");
   zeroLength[0] = 0;
+  Bytes headerOnly = record(1, 0x42, 0, "", 16), twelve = record(1, 0x42, 0, "", 12);
+  headerOnly.pop_back();
+  twelve.resize(12);
   auto rows = rowsOf(good);
   ASSERT_EQ(1u, rows.size());
   EXPECT_EQ(ComponentStatus(STATUS_ERROR, "Critical"), rows[0].status);
   EXPECT_EQ((std::vector<std::string>{"0xAB00CD", "1970/01/01 00:00:01", "first"}), rows[0].cells);
 
+  // A record is shown before its length is judged. The walk stops only where
+  // it would loop (length 0) or leave the block; a message ends at its
+  // record's end.
   const std::vector<std::string> first = {"first"};
   struct Case { const char* what; Bytes block; std::vector<std::string> messages; } cases[] = {
       {"empty block", {}, {}},
       {"after a padded record", join({good, padded, good}), {"first", "", "first"}},
-      {"zero length", join({good, zeroLength}), first},
-      {"length below the header", join({good, record(0, 2, 1, "xxxxxxxxxxxx", 15)}), first},
-      {"length past the end", join({good, record(0, 2, 1, "x", 100)}), first},
-      {"header cut short", join({good, Bytes(good.begin(), good.begin() + 10)}), first},
+      {"zero length", join({good, zeroLength, good}), {"first", ""}},
+      {"length past the end", join({good, record(0, 2, 1, "x", 100)}), {"first", "x"}},
+      {"header-only record", join({headerOnly, good}), {"", "first"}},
+      {"length below the header", join({twelve, good, twelve}), {"", "first", ""}},
+      {"time runs past the end", join({good, Bytes(good.begin(), good.begin() + 11)}), first},
       {"single stray byte", join({good, {0x20}}), first},
-      {"message without NUL", join({good, {19, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'}}), first},
-      {"header-only record", Bytes(good.begin(), good.begin() + 16), {}},
-      {"stop before a bad severity", join({good, record(9, 1, 1, "bad", 3)}), first},
+      {"message without NUL", join({good, {19, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'}}),
+       {"first", "abc"}},
   };
   for (const Case& c : cases) {
     std::vector<std::string> messages;
