@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "runtime/CDebug.h"
 #include "sysinfo/CIPAddress.h"
 
 namespace {
@@ -57,6 +58,16 @@ bool SystemInformation::sendRead(unsigned int valueId, unsigned int subIndex, un
   SipJson::SetCmdElemValue(cmd, "OI", objectIndex, true);
   SipJson::SetCmdElemValue(cmd, "CA", m_CabinetNumber, false);
   return sendAndCheckStatus();
+}
+
+uint32_t SystemInformation::readCount(unsigned int valueId, unsigned int subIndex) {
+  const uint32_t count = getSipNumberValue(valueId, subIndex, 0);
+  if (count <= kMaxComponentCount) return count;
+  if (g_Debug.IsEnabled()) {
+    g_Debug.Print(1, "\nSystemInformation::readCount: value 0x%04X (sub-index %u) counts %u components, only %u read",
+                  valueId, subIndex, count, kMaxComponentCount);
+  }
+  return kMaxComponentCount;
 }
 
 bool SystemInformation::replyHasData() const {
@@ -146,7 +157,7 @@ uint32_t SystemInformation::getUptimeSeconds() { return getSipNumberValue(0x011E
 // ---------------------------------------------------------------------------
 // Components
 
-uint32_t SystemInformation::getNumberFans() { return getSipNumberValue(0x0300, 0, 0); }
+uint32_t SystemInformation::getNumberFans() { return readCount(0x0300, 0); }
 std::string SystemInformation::getFanDesignation(unsigned int i) { return getSipStringValue(0x0304, 0, i); }
 ComponentStatus SystemInformation::getFanStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.fanStatusMap, getSipNumberValue(0x0301, 0, i));
@@ -156,7 +167,7 @@ std::string SystemInformation::getFanType(unsigned int i) {
 }
 uint32_t SystemInformation::getCurrentFanSpeed(unsigned int i) { return getSipNumberValue(0x0302, 0, i); }
 
-uint32_t SystemInformation::getNumberTempSensors() { return getSipNumberValue(0x0400, 0, 0); }
+uint32_t SystemInformation::getNumberTempSensors() { return readCount(0x0400, 0); }
 std::string SystemInformation::getTempSensorDesignation(unsigned int i) { return getSipStringValue(0x0404, 0, i); }
 ComponentStatus SystemInformation::getTempSensorStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.tempSensorStatusMap, getSipNumberValue(0x0401, 0, i));
@@ -166,7 +177,7 @@ std::string SystemInformation::getTempSensorType(unsigned int i) {
 }
 uint32_t SystemInformation::getCurrentTemperature(unsigned int i) { return getSipNumberValue(0x0402, 0, i); }
 
-uint32_t SystemInformation::getNumberPowerSupplies() { return getSipNumberValue(0x0500, 0, 0); }
+uint32_t SystemInformation::getNumberPowerSupplies() { return readCount(0x0500, 0); }
 std::string SystemInformation::getPowerSupplyDesignation(unsigned int i) { return getSipStringValue(0x0504, 0, i); }
 ComponentStatus SystemInformation::getPowerSupplyStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.powerSupplyStatusMap, getSipNumberValue(0x0501, 0, i));
@@ -178,14 +189,14 @@ bool SystemInformation::tryGetPowerSupplyNominalPower(unsigned int& value, unsig
   return tryGetSipNumberValue(value, 0x0507, 0, i);
 }
 
-uint32_t SystemInformation::getNumberVoltages() { return getSipNumberValue(0x0520, 0, 0); }
+uint32_t SystemInformation::getNumberVoltages() { return readCount(0x0520, 0); }
 std::string SystemInformation::getVoltageDesignation(unsigned int i) { return getSipStringValue(0x0522, 0, i); }
 ComponentStatus SystemInformation::getVoltageStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.voltageStatusMap, getSipNumberValue(0x0521, 0, i));
 }
 uint32_t SystemInformation::getCurrentVoltage(unsigned int i) { return getSipNumberValue(0x0524, 0, i); }
 
-uint32_t SystemInformation::getNumberMemoryModules() { return getSipNumberValue(0x0700, 0, 0); }
+uint32_t SystemInformation::getNumberMemoryModules() { return readCount(0x0700, 0); }
 std::string SystemInformation::getMemoryModuleSocket(unsigned int i) { return getSipStringValue(0x0702, 0, i); }
 ComponentStatus SystemInformation::getMemoryModuleStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.memoryModuleStatusMap, getSipNumberValue(0x0701, 0, i));
@@ -197,7 +208,7 @@ std::string SystemInformation::getMemoryModuleType(unsigned int i) {
 }
 uint32_t SystemInformation::getMemoryModuleSize(unsigned int i) { return getSipNumberValue(0x070A, 0, i); }
 
-uint32_t SystemInformation::getNumberProcessors() { return getSipNumberValue(0x0600, 0, 0); }
+uint32_t SystemInformation::getNumberProcessors() { return readCount(0x0600, 0); }
 std::string SystemInformation::getProcessorSocket(unsigned int i) { return getSipStringValue(0x0602, 0, i); }
 ComponentStatus SystemInformation::getProcessorStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.processorStatusMap, getSipNumberValue(0x0601, 0, i));
@@ -205,18 +216,18 @@ ComponentStatus SystemInformation::getProcessorStatus(unsigned int i) {
 std::string SystemInformation::getProcessorType(unsigned int i) { return getSipStringValue(0x0605, 0, i); }
 uint32_t SystemInformation::getProcessorFrequency(unsigned int i) { return getSipNumberValue(0x061D, 0, i); }
 
-uint32_t SystemInformation::getNumberPciSlots() { return getSipNumberValue(0x1480, 0, 0); }
+uint32_t SystemInformation::getNumberPciSlots() { return readCount(0x1480, 0); }
 std::string SystemInformation::getPciSlotDesignation(unsigned int i) { return getSipStringValue(0x1043, 0x28, i); }
 ComponentStatus SystemInformation::getPciSlotStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.pciSlotStatusMap, getSipNumberValue(0x1042, 0x28, i));
 }
 
-uint32_t SystemInformation::getNumberRaidAdapters() { return getSipNumberValue(0x2110, 0, 0); }
+uint32_t SystemInformation::getNumberRaidAdapters() { return readCount(0x2110, 0); }
 std::string SystemInformation::getRaidAdapterDesignation(unsigned int i) { return getSipStringValue(0x2111, 0, i); }
 ComponentStatus SystemInformation::getRaidAdapterStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.raidAdapterStatusMap, getSipNumberValue(0x2116, 0, i));
 }
-uint32_t SystemInformation::getNumberRaidPhysicalDrives(unsigned int a) { return getSipNumberValue(0x2130, a, 0); }
+uint32_t SystemInformation::getNumberRaidPhysicalDrives(unsigned int a) { return readCount(0x2130, a); }
 std::string SystemInformation::getRaidPhysicalDriveDesignation(unsigned int a, unsigned int d) {
   return getSipStringValue(0x2133, a, d);
 }
@@ -232,7 +243,7 @@ std::string SystemInformation::getRaidPhysicalDriveInterface(unsigned int a, uns
 uint32_t SystemInformation::getRaidPhysicalDriveSize(unsigned int a, unsigned int d) {
   return getSipNumberValue(0x2135, a, d);
 }
-uint32_t SystemInformation::getNumberRaidLogicalDrives(unsigned int a) { return getSipNumberValue(0x2150, a, 0); }
+uint32_t SystemInformation::getNumberRaidLogicalDrives(unsigned int a) { return readCount(0x2150, a); }
 std::string SystemInformation::getRaidLogicalDriveDesignation(unsigned int a, unsigned int d) {
   return getSipStringValue(0x2152, a, d);
 }
@@ -254,7 +265,7 @@ ComponentStatus SystemInformation::getRaidStatus() {
 
 std::vector<unsigned int> SystemInformation::getDrvMonComponentIndexes(unsigned char componentClass) {
   std::vector<unsigned int> indexes;
-  const uint32_t count = getSipNumberValue(kDrvMonCount, 0, 0);
+  const uint32_t count = readCount(kDrvMonCount, 0);
   for (uint32_t i = 0; i < count; ++i) {
     if (getSipNumberValue(kDrvMonClass, 0, i) == componentClass) indexes.push_back(i);
   }

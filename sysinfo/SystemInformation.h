@@ -16,6 +16,11 @@
 // must not overlap. A value that cannot be read is "", 0 or false.
 class SystemInformation : public CSwitchClient {
  public:
+  // Every component count is cut down to this. No machine has that many
+  // components of one kind, while an agent that answers -1 (4,294,967,295)
+  // would keep the run reading for days.
+  static constexpr uint32_t kMaxComponentCount = 16384;
+
   // Attaches to the daemon and asks for the cabinet number. When the daemon
   // cannot be reached, prints the error line and ends the process with -1.
   SystemInformation();
@@ -153,6 +158,9 @@ class SystemInformation : public CSwitchClient {
   // Fills the current command with a read address, sends it and returns
   // whether the reply's status is 0.
   bool sendRead(unsigned int valueId, unsigned int subIndex, unsigned int objectIndex);
+  // A component count at (valueId, subIndex, 0), at most kMaxComponentCount;
+  // a larger one is traced.
+  uint32_t readCount(unsigned int valueId, unsigned int subIndex);
   // Sends the record as it stands; true when the reply's status is 0.
   bool sendAndCheckStatus();
   // The reply checks every read shares after the status: accepted status,
