@@ -105,7 +105,7 @@ TEST(EventLogRowsTest, RowsInBlockOrderUntilARecordIsInconsistent) {
       {"header-only record", join({headerOnly, good}), {"", "first"}},
       {"length below the header", join({twelve, good, twelve}), {"", "first", ""}},
       {"time runs past the end", join({good, Bytes(good.begin(), good.begin() + 11)}), first},
-      {"single stray byte", join({good, {0x20}}), first},
+      {"three stray bytes", join({good, {0x20, 0, 0}}), first},
       {"message without NUL", join({good, {19, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'}}),
        {"first", "abc"}},
   };
