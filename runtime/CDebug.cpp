@@ -563,12 +563,9 @@ void CDebug::WriteRingRecord(const char* record, size_t length) {
 }
 
 void CDebug::SkipAfterHeader(uint64_t next) {
-  if (next + m_TrailerLength > m_RingSize) return;
-  // The header's own trailer would otherwise stay behind as a second end
-  // mark; blank it like the pre-filled padding.
-  uint64_t stale = m_RingWriteOffset;
-  if (stale + m_TrailerLength <= m_RingSize) memset(m_RingMapping + stale, '_', m_TrailerLength);
-  m_RingWriteOffset = next;
+  // The header's trailer stays where it is: it ends the header block. A
+  // ring too small for the jump goes on right after the header.
+  if (next + m_TrailerLength <= m_RingSize) m_RingWriteOffset = next;
 }
 
 bool CDebug::InitRingBuffer(const char* path, uint64_t length) {
