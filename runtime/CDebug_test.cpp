@@ -254,6 +254,17 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
 
 TEST_F(DebugTest, RingBufferThatCannotStartTurnsTracingOff) {
   RingConfig(1);
+  {
+    // A second run on the same directory leaves the first one's files alone.
+    CDebug first("Zentrix");
+    first.PrintAlways("\nfirst run");
+    CDebug second("Zentrix");
+    EXPECT_FALSE(second.IsEnabled());
+    first.PrintAlways("\nfirst run again");
+    EXPECT_EQ(2u, Count(LogFile(), "first run"));
+    EXPECT_EQ(2u, Count(Ring(), "first run"));
+  }
+  ASSERT_EQ(0, unlink(TracePath("log.zentrix_a").c_str()));
   root_.makeDirs(kTraceDir + "/log.zentrix_a");
   CDebug debug("Zentrix");
   EXPECT_FALSE(debug.IsEnabled());
