@@ -105,6 +105,11 @@ void LoadAsProcessTree(const uint8_t* data, size_t size) {
   if (out == nullptr) abort();
   if (size != 0 && fwrite(data, 1, size, out) != size) abort();
   fclose(out);
+  {
+    // A load adds to the tree; each input stands alone.
+    CRegistry all;
+    if (all.Open("", nullptr, 0) == 0) all.GetNode()->deleteNode("");
+  }
   CRegistry::SetupTree(true);
 
   // What the installation paths look up, with buffers too small and just big

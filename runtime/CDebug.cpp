@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -88,6 +89,23 @@ size_t EnsureNewline(char* record, size_t length) {
 
 uint64_t OffsetAfterHeader(uint64_t offset) {
   return (offset + 2 * kRingBlock) & ~static_cast<uint64_t>(kRingBlock - 1);
+}
+
+// Opens path for reading and writing and empties it, but only when no other
+// process holds it. Two runs may share a trace directory (a cron job and an
+// administrator): emptying the ring file under another run's mapping kills
+// that run with SIGBUS, and emptying the log file under its offset leaves a
+// run of NUL bytes. The lock lasts as long as the descriptor.
+int OpenUnshared(const char* path, mode_t mode) {
+  int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, mode);
+  if (fd < 0) return -1;
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0 || ftruncate(fd, 0) != 0) {
+    int error = errno;
+    close(fd);
+    errno = error;
+    return -1;
+  }
+  return fd;
 }
 
 }  // namespace
@@ -209,7 +227,9 @@ bool CDebug::Init(const char* name) {
     StringToLower(lowerName);
     FormatTracePath(m_LogPath, m_TraceDirectory, lowerName, "");
     if (m_LogFile != nullptr) fclose(m_LogFile);
-    m_LogFile = fopen(m_LogPath, "w+e");
+    m_LogFile = nullptr;
+    int logFd = OpenUnshared(m_LogPath, 0666);
+    if (logFd >= 0 && (m_LogFile = fdopen(logFd, "w+")) == nullptr) close(logFd);
     if (m_LogFile == nullptr) {
       syslog(LOG_ERR, "ERROR: Error during opening %s --> proceed without it\n", m_LogPath);
     }
@@ -563,12 +583,9 @@ void CDebug::WriteRingRecord(const char* record, size_t length) {
 }
 
 void CDebug::SkipAfterHeader(uint64_t next) {
-  if (next + m_TrailerLength > m_RingSize) return;
-  // The header's own trailer would otherwise stay behind as a second end
-  // mark; blank it like the pre-filled padding.
-  uint64_t stale = m_RingWriteOffset;
-  if (stale + m_TrailerLength <= m_RingSize) memset(m_RingMapping + stale, '_', m_TrailerLength);
-  m_RingWriteOffset = next;
+  // The header's trailer stays where it is: it ends the header block. A
+  // ring too small for the jump goes on right after the header.
+  if (next + m_TrailerLength <= m_RingSize) m_RingWriteOffset = next;
 }
 
 bool CDebug::InitRingBuffer(const char* path, uint64_t length) {
@@ -579,7 +596,7 @@ bool CDebug::InitRingBuffer(const char* path, uint64_t length) {
   if (m_RingFd >= 0) close(m_RingFd);
   m_RingFd = -1;
   m_RingSize = length;
-  int fd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0700);
+  int fd = OpenUnshared(path, 0700);
   if (fd < 0) {
     int error = errno;
     char reason[128];

@@ -213,6 +213,12 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     debug.Print(3, "\nsuppressed");
     std::string ring = Ring();
     ASSERT_EQ(c.size, ring.size());
+    // The header keeps its end mark; the other one follows the newest record.
+    auto endMarks = [&](const std::string& newest) {
+      EXPECT_EQ(2u, Count(ring, kTrailer));
+      EXPECT_EQ(ring.find("# End of header.\n") + 17, ring.find(kTrailer));
+      EXPECT_EQ(ring.find(newest) + newest.size(), ring.rfind(kTrailer));
+    };
     std::vector<std::string> lines = Lines(ring);
     EXPECT_EQ("Orvana Environment:", MessageOf(lines[0]));
     EXPECT_EQ("OV_LOG_RINGBUF_WEIGHT_ZENTRIX=" + weight, MessageOf(lines[42]));
@@ -221,8 +227,7 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     size_t afterHeader = (ring.find("# End of header.\n") + 17 + 2048) & ~size_t{1023};
     EXPECT_EQ(afterHeader, ring.rfind('\n', ring.find("### Start of initialization. ###")) + 1);
     EXPECT_EQ(0u, Count(ring, "suppressed") + Count(ring, "forced off"));
-    EXPECT_EQ(1u, Count(ring, kTrailer));
-    EXPECT_EQ(ring.find("first record\n") + 13, ring.find(kTrailer));
+    endMarks("first record\n");
 
     debug.SetApplInitDone();
     EXPECT_EQ(c.keepsStart, debug.GetApplInitDone() == 1);
@@ -234,8 +239,7 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     ASSERT_EQ(1u, debug.GetRingWrapCount());
     debug.Print(2, "\nnewest");
     ring = Ring();
-    EXPECT_EQ(1u, Count(ring, kTrailer));
-    EXPECT_EQ(ring.find("newest\n") + 7, ring.find(kTrailer));
+    endMarks("newest\n");
     EXPECT_EQ('.', ring.back());
     EXPECT_EQ(1u, Count(ring, "Orvana Environment:"));
     EXPECT_EQ(c.keepsStart ? 1u : 0u, Count(ring, "first record\n"));
@@ -250,6 +254,17 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
 
 TEST_F(DebugTest, RingBufferThatCannotStartTurnsTracingOff) {
   RingConfig(1);
+  {
+    // A second run on the same directory leaves the first one's files alone.
+    CDebug first("Zentrix");
+    first.PrintAlways("\nfirst run");
+    CDebug second("Zentrix");
+    EXPECT_FALSE(second.IsEnabled());
+    first.PrintAlways("\nfirst run again");
+    EXPECT_EQ(2u, Count(LogFile(), "first run"));
+    EXPECT_EQ(2u, Count(Ring(), "first run"));
+  }
+  ASSERT_EQ(0, unlink(TracePath("log.zentrix_a").c_str()));
   root_.makeDirs(kTraceDir + "/log.zentrix_a");
   CDebug debug("Zentrix");
   EXPECT_FALSE(debug.IsEnabled());
@@ -346,7 +361,7 @@ TEST_F(DebugTest, ConcurrentPrintsKeepEveryRecordWhole) {
   EXPECT_EQ(1200u * 3, records.size());  // PrintAlways goes to both
   const std::regex whole(HeaderPattern() + "thread [0-3] (ring|file) [0-9]{4} end");
   for (const std::string& line : records) EXPECT_TRUE(std::regex_match(line, whole)) << line;
-  EXPECT_EQ(1u, Count(Ring(), kTrailer));
+  EXPECT_EQ(2u, Count(Ring(), kTrailer));
 }
 
 // Cut at 255 characters, the directory part still inside the root.

@@ -121,36 +121,33 @@ void CRegistry::FreeClass() {
 }
 
 bool CRegistry::SetupTree(bool force) {
+  // Checked under the lock: two first handles must not both load, as the
+  // later load would free nodes the earlier one is already walking.
+  CCriticalSectionGuard guard(MSpinlock);
   if (MIsSetup && !force) return true;
   g_Debug.Print(2, "CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n", force ? 1 : 0,
                 MIsSetup ? 1 : 0, MIsDirty ? 1 : 0);
-  CCriticalSectionGuard guard(MSpinlock);
   try {
     MPRegistry = orvmonFile("registry");
     MPRegistryBackup = orvmonFile("registry.old");
     MPRegistryTemp = orvmonFile("registry.new");
     MPRegistryDefault = orvmonFile("registry.default");
 
-    // Read into a fresh tree so a half-read file leaves nothing behind.
-    auto loaded = std::make_unique<CRegistryNode>();
-    if (!ReadTree(MPRegistry.c_str(), *loaded)) {
+    // Every file is read into the tree itself, its entries replacing those
+    // of the same name or added: keys of a file that counts as unreadable
+    // (no values) stay, and a forced load adds to what is there.
+    CRegistryNode& root = Root();
+    if (!ReadTree(MPRegistry.c_str(), root)) {
       g_Debug.Print(1, "CRegistry: WARNING: Could not restore tree from \"%s\", trying backup\n", MPRegistry.c_str());
-      loaded = std::make_unique<CRegistryNode>();
-      if (!ReadTree(MPRegistryBackup.c_str(), *loaded)) {
+      if (!ReadTree(MPRegistryBackup.c_str(), root)) {
         g_Debug.Print(1, "CRegistry: WARNING: Could not restore tree from \"%s\", trying default\n",
                       MPRegistryBackup.c_str());
-        loaded = std::make_unique<CRegistryNode>();
-        if (!ReadTree(MPRegistryDefault.c_str(), *loaded)) {
+        if (!ReadTree(MPRegistryDefault.c_str(), root)) {
           g_Debug.Print(1, "CRegistry: ERROR: Could not restore tree from \"%s\", restoring failed\n",
                         MPRegistryDefault.c_str());
-          loaded = std::make_unique<CRegistryNode>();
         }
       }
     }
-
-    CRegistryNode& root = Root();
-    MPLocalMachine = nullptr;
-    root.adopt(*loaded);
 
     MPLocalMachine = root.findChild("HKEY_LOCAL_MACHINE");
     if (MPLocalMachine == nullptr) {

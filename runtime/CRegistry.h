@@ -77,8 +77,9 @@ class CRegistry {
 
   static bool InitClass();
   static void FreeClass();
-  // Loads the tree (once, or again when forced; a forced load replaces the
-  // tree and invalidates keys open in existing handles).
+  // Loads the tree (once, or again when forced). The files are read into
+  // the tree in place: a root key a file holds replaces the one in memory
+  // (keys open below the old one become invalid), the others stay.
   static bool SetupTree(bool force);
   static bool ReadTree(const char* path, CRegistryNode& root);
   static bool SaveTree();

@@ -204,17 +204,6 @@ void CRegistryNode::deleteNode(const char* name) {
   }
 }
 
-void CRegistryNode::adopt(CRegistryNode& other) {
-  if (&other == this) return;
-  std::vector<Entry> taken;
-  {
-    CCriticalSectionGuard guard(other.lock_);
-    taken.swap(other.entries_);
-  }
-  CCriticalSectionGuard guard(lock_);
-  entries_.swap(taken);
-}
-
 bool CRegistryNode::subKeyAt(unsigned index, std::string& name) const {
   CCriticalSectionGuard guard(lock_);
   for (const Entry& entry : entries_) {

@@ -60,9 +60,6 @@ class CRegistryNode {
   // Removes a value / a subkey with everything below it; false when absent.
   bool deleteValue(const char* name);
   bool deleteKey(const char* name);
-  // Takes over all entries of other (which is left empty), replacing this
-  // node's own.
-  void adopt(CRegistryNode& other);
   // Empties this node (all values and subkeys below it).
   void deleteNode(const char* name);
 

@@ -26,9 +26,16 @@ const std::string kSample =
 
 class RegistryTest : public ::testing::Test {
  protected:
-  // Writes the given files (null: absent) and reloads the tree from them.
+  // Loading adds to the process-wide tree; a case that wants its files alone
+  // starts from an empty one.
+  static void clear() {
+    CRegistry all;
+    if (all.Open("", nullptr, -1) == 0) all.GetNode()->deleteNode("");
+  }
+  // Writes the given files (null: absent) and loads the tree from them alone.
   static void load(const ScopedSystemRoot& root, const char* registry, const char* backup = nullptr,
                    const char* fallback = nullptr) {
+    clear();
     for (auto file : {std::make_pair(kRegistry, registry), {kBackup, backup}, {kDefault, fallback}}) {
       if (file.second != nullptr) root.writeFile(file.first, file.second);
     }
@@ -100,7 +107,7 @@ TEST_F(RegistryTest, FallsBackToBackupThenDefault) {
   struct Case { const char* registry; const char* backup; const char* expected; } cases[] = {
       {nullptr, backup, "s=backup"},
       {"", "", "s=default"},
-      {"[HKEY_LOCAL_MACHINE]\n[K]\n\n\n\n", nullptr, "s=default"},  // keys without values: unreadable
+      {"[HKEY_LOCAL_MACHINE]\n[K]\n\n\n\n", nullptr, "s=default"},  // keys without values: the default is read on top
   };
   for (const Case& c : cases) {
     ScopedSystemRoot root;
@@ -114,6 +121,11 @@ TEST_F(RegistryTest, FallsBackToBackupThenDefault) {
   CRegistry::FreeClass();
   EXPECT_EQ(backup, read(kBackup)) << "no registry to keep, so the backup stays";
   EXPECT_EQ("[HKEY_LOCAL_MACHINE]\n[K]\nFrom=s=backup\nNew=d=7\n\n\n\n", read(kRegistry));
+
+  // A forced load adds to the tree: root keys the file does not hold stay.
+  root_.writeFile(kRegistry, "[HKEY_USERS]\n[U]\nx=s=1\n\n\n");
+  CRegistry::SetupTree(true);
+  EXPECT_EQ("d=7", value("K", "New"));
 }
 
 TEST_F(RegistryTest, MalformedLinesAreSkippedWithoutHarm) {
@@ -126,7 +138,7 @@ TEST_F(RegistryTest, MalformedLinesAreSkippedWithoutHarm) {
   std::string tooDeep;
   for (size_t i = 0; i < CRegistryNode::kMaxDepth + 5; ++i) tooDeep += "k\\";
   const std::string binary("[HKEY_LOCAL_MACHINE]\n[K]\nA=s=x\0y\nB=s=\xff\xfe\n\n\n\n", 40);
-  const std::string noMachineKey = "[HKEY_USERS]\n[U]\nx=s=1\n\n\n\n";
+  const std::string noMachineKey = "[HKEY_USERS]\n[U]\nx=s=1\n\n\n\n", keysOnly = "[HKEY_LOCAL_MACHINE]\n[K]\n\n\n";
   // Lines are read in pieces of 1023 characters; a piece without a marker is skipped.
   const std::string head = "Long=s=", xs(1023 - head.size(), 'x'), ys(477, 'y');
   const std::string longLines = "[HKEY_LOCAL_MACHINE]\n[K]\n" + head + xs + ys + "\n" + head + xs +
@@ -138,13 +150,14 @@ TEST_F(RegistryTest, MalformedLinesAreSkippedWithoutHarm) {
       {&malformed, "K", "", "s=nameless"},         {&malformed, "K", "Dup", "s=second"},
       {&malformed, "K", "Text", "s=a=b=c"},        {&malformed, "K", "Cr", "s=1\r"},
       {&deep, "k\\k\\k", "v", "s=1"},              {&deep, tooDeep, "v", "<no key>"},
-      {&binary, "K", "A", "s=x"},
+      {&binary, "K", "A", "s=x"},                 {&keysOnly, "K", "x", "<no value>"},  // the read fails, the keys stay
       {&noMachineKey, "", "x", "<no value>"},      {nullptr, "", "x", "<no value>"},  // no file at all
       {&longLines, "K", "Long", "s=" + std::string(1016, 'x')},  {&longLines, "K", "Tail", "s=rest"},
       {&longLines, "K", "After", "s=1"},          {&longLines, "K", ys.c_str(), "<no value>"},
   };
   for (const Case& c : cases) {
     ScopedSystemRoot root;
+    clear();
     if (c.file != nullptr) root.writeFile(kRegistry, *c.file);  // may hold NULs
     CRegistry::SetupTree(true);
     EXPECT_EQ(c.expected, value(c.key, c.name)) << &c - cases;
@@ -153,7 +166,7 @@ TEST_F(RegistryTest, MalformedLinesAreSkippedWithoutHarm) {
 
 TEST_F(RegistryTest, KeysAndValuesAreCreatedEnumeratedAndDeleted) {
   root_.makeDirs("/etc/orvmon");
-  CRegistry::SetupTree(true);
+  load(root_, nullptr);
   CRegistry registry;
   ASSERT_EQ(0u, registry.CreateKey(CRegistry::MPLocalMachine, "SOFTWARE\\X\\Y"));
   ASSERT_EQ(0u, registry.CreateKey(CRegistry::MPLocalMachine, "SOFTWARE\\X\\A"));

@@ -154,3 +154,32 @@ TEST_F(CommandLineTest, StatusResetIsSentAndItsOutcomeReportedBeforeTheReport) {
   EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/r.html"), "");  // the probe came first
   EXPECT_TRUE(sim_.requests().empty());
 }
+
+// ---------------------------------------------------------------------------
+// Runs that share one trace directory
+
+// A cron job and an administrator may start traced runs at the same moment;
+// neither may die because the other one owns the trace files.
+TEST_F(CommandLineTest, TwoTracedRunsAtOnceBothWriteTheirReports) {
+  const std::string trace = sim_.path("/trace"), zentrix = std::string(" timeout 30 ") + ZX_ZENTRIX_BIN;
+  fs::create_directories(trace);
+  const std::string rounds = "cd " + Quote(work_) +
+                             " && export OV_LOG_DEBUG_LEVEL=4 TraceFileLimit=1 OV_LOG_RINGBUF_WEIGHT=1 OV_LOG_RINGBUF_DIR=" +
+                             Quote(trace) + " && for r in $(seq 20); do" + zentrix + " -output a$r.html >/dev/null 2>&1 &" +
+                             zentrix + " -output b$r.html >/dev/null 2>&1; b=$?; wait $!; echo $? $b; done";
+  std::string statuses;
+  FILE* pipe = popen(rounds.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  char buffer[256];
+  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) statuses.append(buffer, n);
+  pclose(pipe);
+  std::string allZero;
+  for (int r = 0; r < 20; ++r) allZero += "0 0\n";
+  EXPECT_EQ(statuses, allZero);
+  const std::vector<std::string> reports = Entries();
+  EXPECT_EQ(reports.size(), 40u);
+  for (const std::string& name : reports) {
+    const std::string html = ScopedSystemRoot::readFile(work_ + "/" + name);
+    EXPECT_EQ(html.size() - html.rfind("</html>"), 7u) << name;
+  }
+}
