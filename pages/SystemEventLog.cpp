@@ -78,15 +78,16 @@ std::vector<SystemEventLog::Row> SystemEventLog::rowsFromBlock(const unsigned ch
     row.cells.reserve(3);
     row.cells.push_back(codeText(readU16(record + kCodeAt)));
     row.cells.push_back(timeText(readI32(record + kTimeAt)));
-    // The text ends at its record's end at the latest: reading on into the
-    // following records would give each row most of a long block to copy.
-    const size_t end = std::min(length, left);
-    if (end > kHeaderSize) {
-      const char* message = reinterpret_cast<const char*>(record + kHeaderSize);
-      row.cells.emplace_back(message, strnlen(message, end - kHeaderSize));
-    } else {
-      row.cells.emplace_back();
-    }
+    // The text runs to its NUL, inside the block. It may run on into the
+    // following records, but no further than its own record is long while
+    // the walk goes on: otherwise a block without NULs would make every row
+    // copy the rest of the block. The record that ends the walk may read to
+    // the block's end.
+    const bool last = length == 0 || length > left;
+    const size_t room = left > kHeaderSize ? left - kHeaderSize : 0;
+    const size_t most = last ? room : std::min(room, length);
+    const char* message = most > 0 ? reinterpret_cast<const char*>(record + kHeaderSize) : "";
+    row.cells.emplace_back(message, strnlen(message, most));
     rows.push_back(std::move(row));
 
     if (length == 0) { stop = "length 0"; break; }

@@ -94,16 +94,17 @@ TEST(EventLogRowsTest, RowsInBlockOrderUntilARecordIsInconsistent) {
   EXPECT_EQ((std::vector<std::string>{"0xAB00CD", "1970/01/01 00:00:01", "first"}), rows[0].cells);
 
   // A record is shown before its length is judged. The walk stops only where
-  // it would loop (length 0) or leave the block; a message ends at its
-  // record's end.
+  // it would loop (length 0) or leave the block; a message runs on to its NUL
+  // inside the block (the next record's length byte 22 for a header-only one)
+  // but no further than its record is long.
   const std::vector<std::string> first = {"first"};
   struct Case { const char* what; Bytes block; std::vector<std::string> messages; } cases[] = {
       {"empty block", {}, {}},
       {"after a padded record", join({good, padded, good}), {"first", "", "first"}},
-      {"zero length", join({good, zeroLength, good}), {"first", ""}},
+      {"zero length", join({good, zeroLength, good}), {"first", "x"}},
       {"length past the end", join({good, record(0, 2, 1, "x", 100)}), {"first", "x"}},
-      {"header-only record", join({headerOnly, good}), {"", "first"}},
-      {"length below the header", join({twelve, good, twelve}), {"", "first", ""}},
+      {"header-only record", join({headerOnly, good}), {"\x16", "first"}},
+      {"length below the header", join({twelve, good, twelve}), {"\xCD\xAB\xEE\xEE\x01", "first", ""}},
       {"time runs past the end", join({good, Bytes(good.begin(), good.begin() + 11)}), first},
       {"three stray bytes", join({good, {0x20, 0, 0}}), first},
       {"message without NUL", join({good, {19, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'}}),

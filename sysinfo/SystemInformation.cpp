@@ -60,14 +60,14 @@ bool SystemInformation::sendRead(unsigned int valueId, unsigned int subIndex, un
   return sendAndCheckStatus();
 }
 
-uint32_t SystemInformation::readCount(unsigned int valueId, unsigned int subIndex) {
+uint32_t SystemInformation::readCount(unsigned int valueId, unsigned int subIndex, uint32_t bound) {
   const uint32_t count = getSipNumberValue(valueId, subIndex, 0);
-  if (count <= kMaxComponentCount) return count;
+  if (count <= bound) return count;
   if (g_Debug.IsEnabled()) {
     g_Debug.Print(1, "\nSystemInformation::readCount: value 0x%04X (sub-index %u) counts %u components, only %u read",
-                  valueId, subIndex, count, kMaxComponentCount);
+                  valueId, subIndex, count, bound);
   }
-  return kMaxComponentCount;
+  return bound;
 }
 
 bool SystemInformation::replyHasData() const {
@@ -222,12 +222,12 @@ ComponentStatus SystemInformation::getPciSlotStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.pciSlotStatusMap, getSipNumberValue(0x1042, 0x28, i));
 }
 
-uint32_t SystemInformation::getNumberRaidAdapters() { return readCount(0x2110, 0); }
+uint32_t SystemInformation::getNumberRaidAdapters() { return readCount(0x2110, 0, kMaxRaidAdapters); }
 std::string SystemInformation::getRaidAdapterDesignation(unsigned int i) { return getSipStringValue(0x2111, 0, i); }
 ComponentStatus SystemInformation::getRaidAdapterStatus(unsigned int i) {
   return TextMap::lookup(m_TextMap.raidAdapterStatusMap, getSipNumberValue(0x2116, 0, i));
 }
-uint32_t SystemInformation::getNumberRaidPhysicalDrives(unsigned int a) { return readCount(0x2130, a); }
+uint32_t SystemInformation::getNumberRaidPhysicalDrives(unsigned int a) { return readCount(0x2130, a, kMaxRaidDrives); }
 std::string SystemInformation::getRaidPhysicalDriveDesignation(unsigned int a, unsigned int d) {
   return getSipStringValue(0x2133, a, d);
 }
@@ -243,7 +243,7 @@ std::string SystemInformation::getRaidPhysicalDriveInterface(unsigned int a, uns
 uint32_t SystemInformation::getRaidPhysicalDriveSize(unsigned int a, unsigned int d) {
   return getSipNumberValue(0x2135, a, d);
 }
-uint32_t SystemInformation::getNumberRaidLogicalDrives(unsigned int a) { return readCount(0x2150, a); }
+uint32_t SystemInformation::getNumberRaidLogicalDrives(unsigned int a) { return readCount(0x2150, a, kMaxRaidDrives); }
 std::string SystemInformation::getRaidLogicalDriveDesignation(unsigned int a, unsigned int d) {
   return getSipStringValue(0x2152, a, d);
 }

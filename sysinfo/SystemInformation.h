@@ -20,6 +20,10 @@ class SystemInformation : public CSwitchClient {
   // components of one kind, while an agent that answers -1 (4,294,967,295)
   // would keep the run reading for days.
   static constexpr uint32_t kMaxComponentCount = 16384;
+  // RAID drives are listed per adapter, so their bounds multiply: 64
+  // adapters of 1,024 drives each still finish in seconds.
+  static constexpr uint32_t kMaxRaidAdapters = 64;
+  static constexpr uint32_t kMaxRaidDrives = 1024;
 
   // Attaches to the daemon and asks for the cabinet number. When the daemon
   // cannot be reached, prints the error line and ends the process with -1.
@@ -158,9 +162,9 @@ class SystemInformation : public CSwitchClient {
   // Fills the current command with a read address, sends it and returns
   // whether the reply's status is 0.
   bool sendRead(unsigned int valueId, unsigned int subIndex, unsigned int objectIndex);
-  // A component count at (valueId, subIndex, 0), at most kMaxComponentCount;
-  // a larger one is traced.
-  uint32_t readCount(unsigned int valueId, unsigned int subIndex);
+  // A component count at (valueId, subIndex, 0), at most `bound`; a larger
+  // one is traced.
+  uint32_t readCount(unsigned int valueId, unsigned int subIndex, uint32_t bound = kMaxComponentCount);
   // Sends the record as it stands; true when the reply's status is 0.
   bool sendAndCheckStatus();
   // The reply checks every read shares after the status: accepted status,
