@@ -12,7 +12,7 @@
 #include <exception>
 
 #include "app/CCmdLineT.h"
-#include "html/Zentrix.h"
+#include "pages/Zentrix.h"
 #include "runtime/CDebug.h"
 #include "sysinfo/SystemInformation.h"
 

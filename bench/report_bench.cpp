@@ -16,7 +16,7 @@
 #include "html/CollapsibleComposite.h"
 #include "html/HTMLComposite.h"
 #include "html/TableComponent.h"
-#include "html/Zentrix.h"
+#include "pages/Zentrix.h"
 #include "tests/support/AgentSimulator.h"
 
 namespace {

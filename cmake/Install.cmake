@@ -24,7 +24,9 @@ foreach(program zentrix-agent-sim zentrix-event-watch)
     endif()")
 endforeach()
 
-file(GLOB zx_profiles CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/agent-sim/profiles/*.json)
+set(zx_profiles degraded empty typical)
+list(TRANSFORM zx_profiles PREPEND ${CMAKE_SOURCE_DIR}/tools/agent-sim/profiles/)
+list(TRANSFORM zx_profiles APPEND .json)
 install(FILES ${zx_profiles} DESTINATION ${ZX_DATA_DIR}/profiles)
 install(FILES ${CMAKE_SOURCE_DIR}/tools/agent-sim/README.md DESTINATION ${ZX_DOC_DIR}
         RENAME agent-sim.md)

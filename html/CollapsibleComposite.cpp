@@ -1,5 +1,11 @@
 #include "html/CollapsibleComposite.h"
 
+CollapsibleComposite::CollapsibleComposite() {
+  setDirectRender(typeid(CollapsibleComposite), [](HTMLComponent& self, std::string& html) {
+    static_cast<CollapsibleComposite&>(self).appendContent(html);
+  });
+}
+
 std::string CollapsibleComposite::statusToCssClass() const {
   switch (status_) {
     case STATUS_NORMAL: return " status-normal";
@@ -11,16 +17,16 @@ std::string CollapsibleComposite::statusToCssClass() const {
 
 std::string CollapsibleComposite::renderContent() {
   std::string html;
-  renderInto(html);
+  appendContent(html);
   return html;
 }
 
-void CollapsibleComposite::renderInto(std::string& html) {
+void CollapsibleComposite::appendContent(std::string& html) const {
   html += "\n    <button type=\"button\" class=\"collapsible title-text";
   html += statusToCssClass();
   html += "\">";
   html += getTitle();
   html += "</button>\n    <div class=\"content\">";
-  HTMLComposite::renderInto(html);
+  renderChildren(html);
   html += "\n    </div>";
 }

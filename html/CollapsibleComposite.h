@@ -9,15 +9,17 @@
 // children.
 class CollapsibleComposite : public HTMLComposite {
  public:
-  CollapsibleComposite() = default;
+  CollapsibleComposite();
 
   void setStatus(ComponentStatusValue status) override { status_ = status; }
   std::string renderContent() override;
-  void renderInto(std::string& html) override;
 
   // " status-normal", " status-warning", " status-error" or "".
   std::string statusToCssClass() const;
 
  private:
+  // Appends exactly what renderContent() of this class returns.
+  void appendContent(std::string& html) const;
+
   ComponentStatusValue status_ = STATUS_NOT_PRESENT;
 };

@@ -14,4 +14,15 @@ void HTMLComponent::addRow(ComponentStatus, std::vector<std::string>) {}
 
 void HTMLComponent::setStatus(ComponentStatusValue) {}
 
-void HTMLComponent::renderInto(std::string& html) { html += renderContent(); }
+void HTMLComponent::appendRendered(std::string& html) {
+  if (directRender_ && typeid(*this) == *directType_) {
+    directRender_(*this, html);
+  } else {
+    html += renderContent();
+  }
+}
+
+void HTMLComponent::setDirectRender(const std::type_info& type, DirectRender render) {
+  directType_ = &type;
+  directRender_ = render;
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "html/ComponentStatus.h"
@@ -22,9 +23,20 @@ class HTMLComponent {
   virtual void addRow(ComponentStatus status, std::vector<std::string> cells);
   virtual void setStatus(ComponentStatusValue status);
   virtual std::string renderContent() = 0;
-  // Appends the same HTML as renderContent() to `html`. Composites render
-  // their children through this, so the whole document grows in one buffer
-  // instead of being copied once per tree level. The default appends
-  // renderContent(), which keeps leaves that only override that correct.
-  virtual void renderInto(std::string& html);
+
+  // Appends renderContent() to `html`. Composites render their children
+  // through this, so a whole document can grow in one buffer instead of being
+  // copied once per tree level.
+  void appendRendered(std::string& html);
+
+ protected:
+  using DirectRender = void (*)(HTMLComponent& self, std::string& html);
+  // Declares that for an object of exactly class `type`, `render` appends what
+  // renderContent() returns. An object of a subclass is still rendered
+  // through renderContent(), so an override of it always counts.
+  void setDirectRender(const std::type_info& type, DirectRender render);
+
+ private:
+  const std::type_info* directType_ = nullptr;
+  DirectRender directRender_ = nullptr;
 };

@@ -2,6 +2,12 @@
 
 #include <utility>
 
+HTMLComposite::HTMLComposite() {
+  setDirectRender(typeid(HTMLComposite), [](HTMLComponent& self, std::string& html) {
+    static_cast<HTMLComposite&>(self).renderChildren(html);
+  });
+}
+
 HTMLComposite::~HTMLComposite() {
   for (HTMLComponent*& child : children_) {
     delete child;
@@ -15,12 +21,12 @@ void HTMLComposite::setTitle(std::string title) { title_ = std::move(title); }
 
 std::string HTMLComposite::renderContent() {
   std::string html;
-  HTMLComposite::renderInto(html);
+  renderChildren(html);
   return html;
 }
 
-void HTMLComposite::renderInto(std::string& html) {
+void HTMLComposite::renderChildren(std::string& html) const {
   for (HTMLComponent* child : children_) {
-    if (child) child->renderInto(html);
+    if (child) child->appendRendered(html);
   }
 }

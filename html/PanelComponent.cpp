@@ -1,5 +1,11 @@
 #include "html/PanelComponent.h"
 
+PanelComponent::PanelComponent() {
+  setDirectRender(typeid(PanelComponent), [](HTMLComponent& self, std::string& html) {
+    static_cast<PanelComponent&>(self).appendContent(html);
+  });
+}
+
 void PanelComponent::addField(std::string name, std::string value) {
   if (value.empty()) return;
   fields_.emplace_back(std::move(name), std::move(value));
@@ -7,11 +13,11 @@ void PanelComponent::addField(std::string name, std::string value) {
 
 std::string PanelComponent::renderContent() {
   std::string html;
-  renderInto(html);
+  appendContent(html);
   return html;
 }
 
-void PanelComponent::renderInto(std::string& html) {
+void PanelComponent::appendContent(std::string& html) const {
   html += "\n      <div class=\"status-table panel-body\">";
   for (const auto& field : fields_) {
     html += "\n        <div class=\"row\">\n          <div class=\"title\">";

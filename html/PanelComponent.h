@@ -10,12 +10,14 @@
 // out, so missing data simply disappears from the page.
 class PanelComponent : public HTMLComponent {
  public:
-  PanelComponent() = default;
+  PanelComponent();
 
   void addField(std::string name, std::string value) override;
   std::string renderContent() override;
-  void renderInto(std::string& html) override;
 
  private:
+  // Appends exactly what renderContent() of this class returns.
+  void appendContent(std::string& html) const;
+
   std::vector<std::pair<std::string, std::string>> fields_;
 };

@@ -1,5 +1,11 @@
 #include "html/TableComponent.h"
 
+TableComponent::TableComponent() {
+  setDirectRender(typeid(TableComponent), [](HTMLComponent& self, std::string& html) {
+    static_cast<TableComponent&>(self).appendContent(html);
+  });
+}
+
 void TableComponent::addColumn(std::string column) { columns_.push_back(std::move(column)); }
 
 void TableComponent::addRow(ComponentStatus status, std::vector<std::string> cells) {
@@ -17,11 +23,11 @@ std::string TableComponent::statusToCssClass(ComponentStatusValue status) {
 
 std::string TableComponent::renderContent() {
   std::string html;
-  renderInto(html);
+  appendContent(html);
   return html;
 }
 
-void TableComponent::renderInto(std::string& html) {
+void TableComponent::appendContent(std::string& html) const {
   html += "\n      <table class=\"data-table component-table\">\n        <thead>\n          <tr>";
   for (const std::string& column : columns_) {
     html += "\n            <th>";

@@ -10,19 +10,21 @@
 // followed by the row's cells; empty cells show "N/A".
 class TableComponent : public HTMLComponent {
  public:
-  TableComponent() = default;
+  TableComponent();
 
   void addColumn(std::string column) override;
   // The cell count is not checked against the columns.
   void addRow(ComponentStatus status, std::vector<std::string> cells) override;
   std::string renderContent() override;
-  void renderInto(std::string& html) override;
 
   // The bare row class: "status-normal", "status-warning", "status-error",
   // or "status-not-present" for everything else.
   static std::string statusToCssClass(ComponentStatusValue status);
 
  private:
+  // Appends exactly what renderContent() of this class returns.
+  void appendContent(std::string& html) const;
+
   std::vector<std::string> columns_;
   std::vector<std::pair<ComponentStatus, std::vector<std::string>>> rows_;
 };

@@ -25,15 +25,20 @@ ComponentStatusValue asStatus(uint32_t value) { return static_cast<ComponentStat
 
 }  // namespace
 
-ZentrixHealth::ZentrixHealth() { setTitle("System Health"); }
+ZentrixHealth::ZentrixHealth() {
+  setTitle("System Health");
+  setDirectRender(typeid(ZentrixHealth), [](HTMLComponent& self, std::string& html) {
+    static_cast<ZentrixHealth&>(self).appendContent(html);
+  });
+}
 
 std::string ZentrixHealth::renderContent() {
   std::string html;
-  renderInto(html);
+  appendContent(html);
   return html;
 }
 
-void ZentrixHealth::renderInto(std::string& html) {
+void ZentrixHealth::appendContent(std::string& html) {
   fillEnvironment();
   fillPowerSupply();
   fillMassStorage();
@@ -41,7 +46,7 @@ void ZentrixHealth::renderInto(std::string& html) {
   fillNetwork();
   fillSystemLog();
   openPageFrame(html, getTitle());
-  HTMLComposite::renderInto(html);
+  renderChildren(html);
   closePageFrame(html);
 }
 

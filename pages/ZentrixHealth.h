@@ -18,7 +18,6 @@ class ZentrixHealth : public HTMLComposite {
   ZentrixHealth();
 
   std::string renderContent() override;
-  void renderInto(std::string& html) override;
 
   void fillEnvironment();
   void fillPowerSupply();
@@ -55,6 +54,10 @@ class ZentrixHealth : public HTMLComposite {
   static ComponentStatus raidSoftwareRowStatus(bool installed, const ComponentStatus& raid);
 
  private:
+  // Fills the page and appends what renderContent() returns; the document
+  // renders the page straight into its own buffer through this.
+  void appendContent(std::string& html);
+
   static TableComponent* newTable(std::initializer_list<const char*> columns);
   // A sub-section around one table, coloured by the agent's overall status.
   static HTMLComponent* newSection(const std::string& title, HTMLComponent* content, uint32_t overallStatus);

@@ -6,21 +6,26 @@
 #include "html/CollapsibleComposite.h"
 #include "html/PanelComponent.h"
 
-ZentrixInformation::ZentrixInformation() { setTitle("System Information"); }
+ZentrixInformation::ZentrixInformation() {
+  setTitle("System Information");
+  setDirectRender(typeid(ZentrixInformation), [](HTMLComponent& self, std::string& html) {
+    static_cast<ZentrixInformation&>(self).appendContent(html);
+  });
+}
 
 std::string ZentrixInformation::renderContent() {
   std::string html;
-  renderInto(html);
+  appendContent(html);
   return html;
 }
 
-void ZentrixInformation::renderInto(std::string& html) {
+void ZentrixInformation::appendContent(std::string& html) {
   fillSystemPanel();
   fillSystemBoardPanel();
   fillOperatingSystemPanel();
   fillSystemManagementSoftwarePanel();
   openPageFrame(html, getTitle());
-  HTMLComposite::renderInto(html);
+  renderChildren(html);
   closePageFrame(html);
 }
 

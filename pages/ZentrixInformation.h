@@ -14,7 +14,6 @@ class ZentrixInformation : public HTMLComposite {
   ZentrixInformation();
 
   std::string renderContent() override;
-  void renderInto(std::string& html) override;
 
   void fillSystemPanel();
   void fillSystemBoardPanel();
@@ -25,6 +24,10 @@ class ZentrixInformation : public HTMLComposite {
   static std::string secondsToDaysHoursMinutes(unsigned int seconds);
 
  private:
+  // Fills the page and appends what renderContent() returns; the document
+  // renders the page straight into its own buffer through this.
+  void appendContent(std::string& html);
+
   struct Field {
     std::string label;
     std::string value;

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "html/Zentrix.h"
+#include "pages/Zentrix.h"
 #include "tests/support/AgentSimulator.h"
 #include "tests/support/ScopedSystemRoot.h"
 

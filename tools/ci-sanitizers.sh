@@ -1,23 +1,19 @@
 #!/bin/sh
 # The sanitizer half of the test run:
 #   1. ASan+UBSan build, every test;
-#   2. TSan build, the tests that start threads or share locks;
+#   2. TSan build, the tests labelled "threads" (those that start a thread
+#      or a peer process; cmake/ZentrixModule.cmake says how a suite gets it);
 #   3. every fuzz target for a short time (tools/run-fuzzers.sh).
 # Every phase runs even when an earlier one failed, so one run shows all
 # findings; the exit status is non-zero when any phase failed. Prints the
 # time of each phase.
 #
 # Environment: ZX_JOBS (default 2), ZX_FUZZ_SECONDS (per target, default 30),
-# ZX_THREAD_TESTS (ctest -R pattern for the TSan phase),
 # ZX_SKIP_FUZZ=1 (leave out phase 3, e.g. where clang is missing).
 set -u
 cd "$(dirname "$0")/.."
 jobs=${ZX_JOBS:-2}
 fuzz_seconds=${ZX_FUZZ_SECONDS:-30}
-# Test suites that start threads or share locks: thread and lock classes,
-# the trace log, the event thread, the switch client and its readiness wait,
-# the channel tests against threaded fake daemons, the simulator's server.
-thread_tests=${ZX_THREAD_TESTS:-'Thread|Lock|CriticalSection|Event|Debug|SwitchClient|Readiness|WaitForService|ChannelDaemon|SocketPair|AgentSimServe'}
 asan=${ZX_ASAN_BUILD:-build-hard/asan}
 tsan=${ZX_TSAN_BUILD:-build-hard/tsan}
 
@@ -29,7 +25,7 @@ phase() { echo "== ci-sanitizers: $1 ($(( $(now) - start ))s so far)"; }
 # build <dir> <sanitizer>: configure and build everything but the benchmarks.
 build() {
   cmake -S . -B "$1" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZENTRIX_SANITIZE="$2" \
-    -DZENTRIX_BENCHMARKS=OFF >/dev/null &&
+    -DBUILD_TESTING=ON -DZENTRIX_BENCHMARKS=OFF -DZENTRIX_WERROR=ON >/dev/null &&
     cmake --build "$1" -j"$jobs"
 }
 
@@ -45,10 +41,10 @@ else
 fi
 asan_done=$(now)
 
-phase "TSan build and the tests matching '$thread_tests'"
+phase "TSan build and the tests labelled threads"
 if build "$tsan" thread; then
   TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1} \
-    ctest --test-dir "$tsan" --output-on-failure -j"$jobs" -R "$thread_tests" -LE browser --no-tests=error ||
+    ctest --test-dir "$tsan" --output-on-failure -j"$jobs" -L threads --no-tests=error ||
     failed="$failed tsan-tests"
 else
   failed="$failed tsan-build"

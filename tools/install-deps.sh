@@ -1,13 +1,25 @@
 #!/bin/sh
 # Installs the Debian packages a task needs, only when one is missing (a
 # minimal Debian 12 has no compiler, no cmake and no python3).
-#   install-deps.sh [group...]   groups: build (default), browser, bench, package, python
+#   install-deps.sh [group...]
+# Groups: product (the program alone, -DBUILD_TESTING=OFF), test (GoogleTest
+# and GoogleMock), benchmark (Google Benchmark), fuzz (clang and libFuzzer),
+# build (default: product, test and benchmark, what a developer build
+# configures), browser (the browser test), bench (bench/run's plots), package
+# (cpack), python.
 set -e
 [ $# -eq 0 ] && set -- build
+product="cmake make g++ rapidjson-dev libpugixml-dev"
+test="libgtest-dev libgmock-dev"
+benchmark="libbenchmark-dev"
 packages=""
 for group in "$@"; do
   case "$group" in
-    build) packages="$packages cmake make g++ rapidjson-dev libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-14 libclang-rt-14-dev" ;;
+    product) packages="$packages $product" ;;
+    test) packages="$packages $test" ;;
+    benchmark) packages="$packages $benchmark" ;;
+    build) packages="$packages $product $test $benchmark" ;;
+    fuzz) packages="$packages clang-14 libclang-rt-14-dev" ;;
     browser) packages="$packages chromium chromium-driver python3-selenium python3-pil" ;;
     bench) packages="$packages python3 python3-matplotlib" ;;
     package) packages="$packages dpkg-dev file" ;;

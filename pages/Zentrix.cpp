@@ -1,4 +1,4 @@
-#include "html/Zentrix.h"
+#include "pages/Zentrix.h"
 
 #include <ctime>
 
@@ -85,18 +85,12 @@ std::string Zentrix::getTimestamp() {
 }
 
 std::string Zentrix::renderContent() {
-  std::string html;
-  renderInto(html);
-  return html;
-}
-
-void Zentrix::renderInto(std::string& html) {
   setTitle("Zentrix");
   // The information and health pages are added here, in that order.
   add(new ZentrixInformation);
   add(new ZentrixHealth);
 
-  html +=
+  std::string html =
       "<!DOCTYPE html>\n<html>\n\n<head>\n"
       "  <meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
       "  <style>\n    ";
@@ -106,8 +100,9 @@ void Zentrix::renderInto(std::string& html) {
   html += "</h2>\n    <h3>";
   html += getTimestamp();
   html += "</h3>\n  </div>";
-  HTMLComposite::renderInto(html);
+  renderChildren(html);
   html += "\n  <script>\n    ";
   html += kScript;
   html += "\n  </script>\n</body>\n\n</html>";
+  return html;
 }

@@ -1,4 +1,4 @@
-#include "html/Zentrix.h"
+#include "pages/Zentrix.h"
 
 #include <gtest/gtest.h>
 

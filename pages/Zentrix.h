@@ -14,7 +14,6 @@ class Zentrix : public HTMLComposite {
   // Builds the pages (they query the agent while rendering) and returns the
   // complete HTML document, without a final line feed.
   std::string renderContent() override;
-  void renderInto(std::string& html) override;
 
   // Local time as "%Y-%m-%d %H:%M:%S"; empty if it cannot be formatted.
   std::string getTimestamp();
