@@ -1,6 +1,7 @@
 #include "agent/JsonChannel.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -75,8 +76,10 @@ int OpenDevice(const char* path) {
   const char* where = path != nullptr ? path : "";
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
+    const int err = errno;
     g_Debug.PrintAlways("OpenDevice: ERROR: create socket on %s failed (thrId=0x%08X): %s\n", where, ThreadId(),
-                        strerror(errno));
+                        strerror(err));
+    errno = err;
     return -1;
   }
   if (!ConnectUnixSocket(fd, where)) {
@@ -100,8 +103,17 @@ bool ConnectUnixSocket(int fd, const char* path) {
     return false;
   }
   std::memcpy(addr.sun_path, path, length);
-  return connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
-                 static_cast<socklen_t>(sizeof(addr.sun_family) + length)) == 0;
+  // Non-blocking for the connect alone: a daemon that listens but never
+  // accepts would otherwise hold us without limit once its queue is full.
+  // Its EAGAIN counts as one failed attempt.
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) return false;
+  const bool connected = connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
+                                 static_cast<socklen_t>(sizeof(addr.sun_family) + length)) == 0;
+  const int err = errno;
+  fcntl(fd, F_SETFL, flags);
+  errno = err;
+  return connected;
 }
 
 int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {

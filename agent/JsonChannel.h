@@ -33,7 +33,8 @@ enum : unsigned {
 int OpenDevice(const char* path);
 
 // Connects fd to the Unix socket at path; false with errno telling why
-// (ENAMETOOLONG when the path does not fit a socket address).
+// (ENAMETOOLONG when the path does not fit a socket address, EAGAIN when
+// the listener's queue is full: the connect never blocks).
 bool ConnectUnixSocket(int fd, const char* path);
 
 // pollMask when fd shows all its bits; -3 bad fd, -4 zero timeout, -6 poll
