@@ -370,30 +370,20 @@ TEST_F(FaultInjectionOutputTest, DiskFullTruncatesTheReport) {
 // ---------------------------------------------------------------------------
 // The daemon hangs: its socket listens but never accepts, its queue is full.
 
-// A listener in place of the daemon's socket at `path`, never accepting, with
-// as many connections pending as its queue holds.
-class HungListener {
- public:
-  explicit HungListener(const std::string& path) {
-    struct sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    const auto* raw = reinterpret_cast<const struct sockaddr*>(&address);
-    fs::remove(path);
-    fds_.push_back(socket(AF_UNIX, SOCK_STREAM, 0));
-    if (bind(fds_[0], raw, sizeof(address)) != 0 || listen(fds_[0], 0) != 0) ADD_FAILURE() << "listen on " << path;
-    for (;;) {
-      fds_.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
-      if (connect(fds_.back(), raw, sizeof(address)) != 0) break;
-    }
-  }
-  ~HungListener() {
-    for (int fd : fds_) close(fd);
-  }
-
- private:
-  std::vector<int> fds_;
-};
+// Listens at `path`, in place of the daemon's socket, but never accepts, and
+// fills the queue; returns the descriptors to close.
+std::vector<int> HangSocket(const std::string& path) {
+  struct sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const auto* raw = reinterpret_cast<const struct sockaddr*>(&address);
+  fs::remove(path);
+  std::vector<int> fds = {socket(AF_UNIX, SOCK_STREAM, 0)};
+  EXPECT_TRUE(bind(fds[0], raw, sizeof(address)) == 0 && listen(fds[0], 0) == 0) << path;
+  do fds.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+  while (connect(fds.back(), raw, sizeof(address)) == 0);
+  return fds;
+}
 
 class FaultInjectionHungDaemonTest : public FaultInjectionTest {};
 
@@ -405,8 +395,9 @@ TEST_F(FaultInjectionHungDaemonTest, FullListenQueueEndsTheRunWithTheUsualError)
   for (const char* socket : {"/dev/omadsj", "/dev/omads"}) {
     SCOPED_TRACE(socket);
     if (std::string(socket) == "/dev/omads") fs::remove(pidFile_);
-    HungListener hung(sim_.path(socket));
+    const std::vector<int> hung = HangSocket(sim_.path(socket));
     const Outcome run = Run();
+    for (int fd : hung) close(fd);
     ExpectNotConnected(run);
     EXPECT_LT(run.seconds, 5.0);
   }
