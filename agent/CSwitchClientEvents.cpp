@@ -72,6 +72,13 @@ bool CSwitchClient::EnableEvents(bool enable, bool) {
     g_Debug.Print(3, "JsonEnableEvents: -> events already enabled -> ignored!\n");
     return true;
   }
+  // A thread stopped from its own handler is still on its way out: it must
+  // be gone before the new pipe and channel exist, and cannot wait for itself.
+  if (OnEventThread()) {
+    g_Debug.Print(1, "JsonEnableEvents: ## ERROR: events cannot be enabled again from the event thread\n");
+    return false;
+  }
+  JoinEventThread();
 
   int pipeFds[2];
   // Close-on-exec: a browser started later must not inherit the pipe.
@@ -97,7 +104,6 @@ bool CSwitchClient::EnableEvents(bool enable, bool) {
   g_Debug.Print(4, "JsonEnableEvents:   start event thread \"%s\"...", kEventThreadName);
 
   if (!m_EventThread) m_EventThread.reset(new CThread());
-  JoinEventThread();  // one that ended after a stop from its own handler
   // Set before the start as well, so that a disable right after this call
   // cannot miss a thread that has not been scheduled yet.
   m_ThreadRunning.store(true);
@@ -308,7 +314,7 @@ void CSwitchClient::EventMain() {
     g_Debug.Print(1, "Thread_EventMain: ...return from client call\n");
   }
 
-  m_ThreadRunning.store(false);  // last touch of the client: it may be gone after this
+  m_ThreadRunning.store(false);  // the stop still joins the thread before the client may go
 }
 
 int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) {
