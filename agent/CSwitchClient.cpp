@@ -29,6 +29,7 @@ CSwitchClient::CSwitchClient() {
 
 CSwitchClient::~CSwitchClient() {
   if (m_EventsEnabled.load()) JsonDisableEvents();
+  JoinEventThread();  // one stopped from its own handler may still be returning
   if (m_FdRequestChannel >= 0) {
     JsonDetach(m_FdRequestChannel, CSystemRoot::Path(kRequestSocket).c_str());
     m_FdRequestChannel = -1;
@@ -108,14 +109,20 @@ bool CSwitchClient::Attach(const char* serverName, bool, unsigned) {
 }
 
 void CSwitchClient::Detach() {
-  MutexGuard lock(m_Mutex);
-  if (m_AttachCount == 0) return;
-  g_Debug.Print(4, "\nCSwitchClient::Detach: reference count = %d, decrement count", static_cast<int>(m_AttachCount));
-  if (--m_AttachCount != 0) return;
+  int fd;
+  {
+    MutexGuard lock(m_Mutex);
+    if (m_AttachCount == 0) return;
+    g_Debug.Print(4, "\nCSwitchClient::Detach: reference count = %d, decrement count", static_cast<int>(m_AttachCount));
+    if (--m_AttachCount != 0) return;
+    // Taken out under the lock, closed after events stop: the stop waits for
+    // the event thread without the lock, since a handler may be in Request.
+    fd = m_FdRequestChannel;
+    m_FdRequestChannel = -1;
+  }
   if (m_EventsEnabled.load()) JsonDisableEvents();
   g_Debug.Print(4, "\nCSwitchClient::Detach: Last client detaches - finally detach from server");
-  JsonDetach(m_FdRequestChannel, CSystemRoot::Path(kRequestSocket).c_str());
-  m_FdRequestChannel = -1;
+  JsonDetach(fd, CSystemRoot::Path(kRequestSocket).c_str());
   g_Debug.Print(4, "\nCSwitchClient::Detach: Detached");
 }
 

@@ -81,6 +81,10 @@ class CSwitchClient : public CTesselClientIf {
   // Finds the installed daemon binary once; false when there is none.
   bool CheckForInstalledService();
 
+  bool OnEventThread() const;
+  // Waits for an event thread that has not been reaped; never for itself.
+  void JoinEventThread();
+
   // Recursive lock of the callback map: handlers may (un)register handlers
   // from inside a callback on the event thread.
   void LockCallbackMap();
@@ -93,7 +97,8 @@ class CSwitchClient : public CTesselClientIf {
   std::string m_ApplicationName;
   std::string m_DaemonPath;
 
-  // Event side.
+  // Event side. The channel descriptor belongs to the event thread while it
+  // runs, to the thread that enables or stops events otherwise.
   int m_FdEventChannel = -1;
   int m_PipeReadFd = -1;
   int m_PipeWriteFd = -1;

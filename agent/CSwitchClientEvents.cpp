@@ -2,18 +2,16 @@
 // reads it, and the handler map the thread calls.
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "agent/CSwitchClient.h"
+#include "agent/FrameReader.h"
 #include "agent/JsonChannel.h"
 #include "agent/SipJson.h"
 #include "runtime/CDebug.h"
@@ -36,16 +34,6 @@ constexpr int kStopPolls = 10;
 constexpr useconds_t kStopPollUsec = 500000;
 constexpr useconds_t kStopPauseUsec = 30000;
 
-// Passes of reading one event's payload.
-constexpr int kReadPasses = 10;
-// A pass waits up to this long for more bytes instead of sleeping blindly, so
-// a peer that stops sending cannot block the thread in read().
-constexpr int kReadPauseMs = 1000;
-
-// A length word beyond this cannot be a real event; the stream is out of
-// step, so the channel is reopened instead of allocating it.
-constexpr size_t kMaxEventLength = 16u * 1024u * 1024u;
-
 unsigned SelfId() { return static_cast<unsigned>(pthread_self()); }
 
 void CloseFd(int& fd) {
@@ -53,33 +41,25 @@ void CloseFd(int& fd) {
   fd = -1;
 }
 
-enum class Wait { kReadable, kSilent, kWoken };
-
-// Waits up to `ms` for `fd` to become readable (or to show end of file or an
-// error, which the following read reports), or for the termination pipe
-// (ignored when negative).
-Wait WaitReadable(int fd, int ms, int wakeFd = -1) {
-  pollfd p[2] = {{fd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
-  if (poll(p, 2, ms) <= 0) return Wait::kSilent;
-  if (p[1].revents != 0) return Wait::kWoken;
-  return Wait::kReadable;
-}
-
-// Reads exactly `size` bytes, waiting at most one pause for each piece;
-// returns the number read (short on end of file or silence), or -1 on an
-// error before anything came.
-ssize_t ReadFully(int fd, char* buffer, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    if (done > 0 && WaitReadable(fd, kReadPauseMs) != Wait::kReadable) break;
-    ssize_t n = read(fd, buffer + done, size - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : -1;
-    if (n == 0) break;
-    done += static_cast<size_t>(n);
+// The traces of one event's receive passes.
+class EventPasses : public FrameReader::Observer {
+ public:
+  EventPasses(int fd, uint32_t length) : m_Fd(fd), m_Length(static_cast<int>(length)) {}
+  void Read(ssize_t) override {}
+  void Incomplete(size_t received, int pass) override {
+    g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d incomplete (inLength=%d, InMax=%d, RetryCnt=%d) --> continue\n",
+                  m_Fd, static_cast<int>(received), m_Length, pass);
   }
-  return static_cast<ssize_t>(done);
-}
+  void Interrupted(size_t received, int pass) override {
+    g_Debug.Print(1,
+                  "GetEventJson: Event receiving on fd=%d interrupted (errno=EINTR, inLength=%d, InMax=%d) --> retry=%d\n",
+                  m_Fd, static_cast<int>(received), m_Length, FrameReader::kPasses - pass);
+  }
+
+ private:
+  int m_Fd;
+  int m_Length;
+};
 
 }  // namespace
 
@@ -92,6 +72,13 @@ bool CSwitchClient::EnableEvents(bool enable, bool) {
     g_Debug.Print(3, "JsonEnableEvents: -> events already enabled -> ignored!\n");
     return true;
   }
+  // A thread stopped from its own handler is still on its way out: it must
+  // be gone before the new pipe and channel exist, and cannot wait for itself.
+  if (OnEventThread()) {
+    g_Debug.Print(1, "JsonEnableEvents: ## ERROR: events cannot be enabled again from the event thread\n");
+    return false;
+  }
+  JoinEventThread();
 
   int pipeFds[2];
   // Close-on-exec: a browser started later must not inherit the pipe.
@@ -157,20 +144,20 @@ bool CSwitchClient::JsonDisableEvents() {
 
   // A handler that disables events runs on the event thread itself, which
   // cannot end while it waits here.
-  const bool onEventThread = m_EventThread && m_EventThread->GetThreadId() != 0 &&
-                             pthread_equal(m_EventThread->GetThreadId(), pthread_self());
+  const bool onEventThread = OnEventThread();
   for (int i = 0; i < kStopPolls && !onEventThread && m_ThreadRunning.load(); ++i) {
     g_Debug.Print(3, "JsonDisableEvents:   retry and wait for event thread terminated...\n");
     usleep(kStopPollUsec);
   }
   usleep(kStopPauseUsec);
-  // The thread has left the loop and only returns now: reap it.
-  if (!onEventThread && !m_ThreadRunning.load() && m_EventThread && m_EventThread->GetThreadId() != 0)
-    m_EventThread->WaitForTermination();
+  // Every wait of the thread ends at the wake-up, so this is short. Until it
+  // returns, the channel descriptor is the thread's alone.
+  JoinEventThread();
 
   g_Debug.Print(4, "JsonDisableEvents: unregister for events\n");
-  JsonUnregisterForEvents(m_FdEventChannel);
+  const int fd = m_FdEventChannel;
   m_FdEventChannel = -1;
+  JsonUnregisterForEvents(fd);
 
   g_Debug.Print(4, "JsonDisableEvents: close pipe\n");
   CloseFd(m_PipeReadFd);
@@ -216,6 +203,14 @@ void CSwitchClient::UnlockCallbackMap() {
     m_CallbackOwner.store(pthread_t());
     pthread_mutex_unlock(&m_CallbackMutex);
   }
+}
+
+bool CSwitchClient::OnEventThread() const {
+  return m_EventThread && m_EventThread->GetThreadId() != 0 && pthread_equal(m_EventThread->GetThreadId(), pthread_self());
+}
+
+void CSwitchClient::JoinEventThread() {
+  if (m_EventThread && m_EventThread->GetThreadId() != 0 && !OnEventThread()) m_EventThread->WaitForTermination();
 }
 
 void* CSwitchClient::Thread_EventMain(void* client) {
@@ -275,10 +270,11 @@ void CSwitchClient::EventMain() {
     int result = JsonGetEvent(event, eventFd, clientName);
     if (result == -1) {
       g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: JsonGetEvent failed --> try to reregister\n");
-      JsonUnregisterForEvents(m_FdEventChannel);
+      const int oldFd = m_FdEventChannel;
       m_FdEventChannel = -1;
+      JsonUnregisterForEvents(oldFd);
       if (!WaitForServiceAvailable(pipeFd)) break;
-      int fd = JsonRegisterForEvents(clientName);
+      const int fd = JsonRegisterForEvents(clientName, pipeFd);
       if (fd < 0) {
         g_Debug.Print(1, "ReregisterForEvents: ## WARNING ##: cannot reregister thread for events\n");
         break;
@@ -287,17 +283,12 @@ void CSwitchClient::EventMain() {
       g_Debug.Print(1, "ReregisterForEvents:   thread for events reregistered on m_FdEventChannel=%d\n", fd);
       continue;
     }
-    if (result != eventFd) {
+    if (result != eventFd)
       g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: Event channel has been reopened FdOld=%d, FdNew=%d --> accept it\n",
                     eventFd, result);
-      m_FdEventChannel = result;
-    }
-    // A frame that held no command record (empty or unparsable text, or the
-    // frame whose loss made the channel reopen) is not handed on.
-    if (event.FindCmd(event.GetCmdIndex()) == nullptr) {
-      g_Debug.Print(1, "Thread_EventMain: ## WARNING ##: event without command record --> ignored\n");
-      continue;
-    }
+    // Stored even when equal: a reopen clears the member, and the new
+    // channel may well get the old number.
+    m_FdEventChannel = result;
 
     if (g_Debug.IsEnabled()) {
       const int cmd = event.GetCmdIndex();
@@ -323,7 +314,7 @@ void CSwitchClient::EventMain() {
     g_Debug.Print(1, "Thread_EventMain: ...return from client call\n");
   }
 
-  m_ThreadRunning.store(false);  // last touch of the client: it may be gone after this
+  m_ThreadRunning.store(false);  // the stop still joins the thread before the client may go
 }
 
 int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) {
@@ -332,94 +323,63 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
     return -1;
   }
 
+  // The waits have no limit, as a blocking read's, but end when stopping.
+  FrameReader reader(fd, -1, m_PipeReadFd);
   uint32_t length = 0;
-  ssize_t n = ReadFully(fd, reinterpret_cast<char*>(&length), sizeof length);
-  if (n < static_cast<ssize_t>(sizeof length)) {
+  ssize_t n = 0;
+  if (!reader.ReadLength(length, n)) {
     g_Debug.Print(1, "GetEventJson: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
                   n < 0 ? errno : 0);
     return -1;
   }
 
-  bool reopen = false;
-  std::string text;
-  if (length > kMaxEventLength) {
+  if (length > FrameReader::kMaxLength) {
+    // The stream is out of step: reopen rather than allocate that much.
     g_Debug.Print(1,
                   "GetEventJson: Event receiving on fd=%d incomplete (buffer too small) (inLength=%d, InMax=%d --> reopen!)\n",
-                  fd, 0, static_cast<int>(kMaxEventLength));
-    reopen = true;
+                  fd, 0, static_cast<int>(FrameReader::kMaxLength));
   } else {
-    const size_t capacity = static_cast<size_t>(length) + 20;
-    const std::unique_ptr<char, decltype(&std::free)> buffer(static_cast<char*>(std::malloc(capacity)), &std::free);
+    const FrameReader::Buffer buffer = FrameReader::Allocate(length);
     if (!buffer) {
       g_Debug.PrintAlways("GetEventJson: ERROR: Can't allocate memory for JSON event!\n");
       return fd;
     }
+    EventPasses passes(fd, length);
     size_t received = 0;
-    bool complete = length == 0;  // an empty frame has nothing to read
-    for (int pass = 1; pass <= kReadPasses && !complete && !reopen; ++pass) {
-      const Wait wait = WaitReadable(fd, kReadPauseMs, m_PipeReadFd);
-      if (wait == Wait::kWoken) {
-        // Stopping wins over the rest of this event; the caller sees the
-        // wake-up at its next wait.
-        g_Debug.Print(1, "GetEventJson: terminate signaled while receiving on fd=%d --> ignore this event\n", fd);
+    switch (reader.ReadPayload(buffer.get(), length, received, passes, true)) {
+      case FrameReader::Result::kComplete:
+        g_Debug.Print(2, "GetEventJson: processing event on fd=%d (inLength=%d)\n", fd, static_cast<int>(length));
+        event.ParseReply(buffer.get(), strnlen(buffer.get(), length));
         return fd;
-      }
-      if (wait == Wait::kSilent) {
-        g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d incomplete (inLength=%d, InMax=%d, RetryCnt=%d) --> continue\n",
-                      fd, static_cast<int>(received), static_cast<int>(length), pass);
-        continue;
-      }
-      ssize_t r = read(fd, buffer.get() + received, length - received);
-      if (r == 0 && received == 0) {
+      case FrameReader::Result::kEndOfFile:
         g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d failed EOF (inLength=%d, InMax=%d) --> ignore this event!\n",
                       fd, 0, static_cast<int>(length));
         return -1;
-      }
-      if (r < 0 && errno == EINTR) {
-        g_Debug.Print(1,
-                      "GetEventJson: Event receiving on fd=%d interrupted (errno=EINTR, inLength=%d, InMax=%d) --> retry=%d\n",
-                      fd, static_cast<int>(received), static_cast<int>(length), kReadPasses - pass);
-        continue;
-      }
-      if (r <= 0) {
-        // An error, or the peer closed in the middle of the frame: the rest
-        // never comes.
+      case FrameReader::Result::kWoken:
+        // Stopping wins over the rest of this event; the caller's next wait
+        // sees the wake-up as well.
+        g_Debug.Print(1, "GetEventJson: terminate signaled while receiving on fd=%d --> ignore this event\n", fd);
+        return -1;
+      case FrameReader::Result::kFailed:
         g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
                       static_cast<int>(received), static_cast<int>(length));
-        reopen = true;
         break;
-      }
-      received += static_cast<size_t>(r);
-      if (received >= length) {
-        complete = true;
+      case FrameReader::Result::kIncomplete:
+        g_Debug.Print(1,
+                      "GetEventJson: ERROR: Event receiving on fd=%d failed: inLength invalid (inLength=%d, InMax=%d) --> reopen\n",
+                      fd, static_cast<int>(received), static_cast<int>(length));
         break;
-      }
-      g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d incomplete (inLength=%d, InMax=%d, RetryCnt=%d) --> continue\n",
-                    fd, static_cast<int>(received), static_cast<int>(length), pass);
     }
-    if (!complete && !reopen) {
-      g_Debug.Print(1,
-                    "GetEventJson: ERROR: Event receiving on fd=%d failed: inLength invalid (inLength=%d, InMax=%d) --> reopen\n",
-                    fd, static_cast<int>(received), static_cast<int>(length));
-      reopen = true;
-    }
-    if (complete) text.assign(buffer.get(), strnlen(buffer.get(), received));
   }
 
-  if (reopen) {
-    int newFd = ReOpenEventChannel(clientName, fd);
-    if (newFd < 0) {
-      // The reopen closed the old descriptor; the caller unregisters the
-      // channel after -1 and must not close that number a second time.
-      if (m_FdEventChannel == fd) m_FdEventChannel = -1;
-      g_Debug.PrintAlways("GetEventJson: ERROR: Can't reopen Event Channel on %s --> ignore this event!\n", kEventSocket);
-      return -1;
-    }
-    g_Debug.PrintAlways("GetEventJson: Event Channel reopened on %s, new fd=%d\n", kEventSocket, newFd);
-    return newFd;
+  // Cleared before the reopen closes it: the number may belong to another
+  // file of the process at once.
+  if (m_FdEventChannel == fd) m_FdEventChannel = -1;
+  const int newFd = ReOpenEventChannel(clientName, fd, m_PipeReadFd);
+  if (newFd < 0) {
+    g_Debug.PrintAlways("GetEventJson: ERROR: Can't reopen Event Channel on %s --> ignore this event!\n", kEventSocket);
+    return -1;
   }
-
-  g_Debug.Print(2, "GetEventJson: processing event on fd=%d (inLength=%d)\n", fd, static_cast<int>(length));
-  event.ParseReply(text);
-  return fd;
+  g_Debug.PrintAlways("GetEventJson: Event Channel reopened on %s, new fd=%d\n", kEventSocket, newFd);
+  return newFd;
 }

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -29,6 +30,12 @@ std::string Event(unsigned oi) {
                                 ",\"ST\":0,\"DA\":{\"RAW\":[1]}}]}}");
 }
 
+// A length word no event can have: the channel is reopened without reading on.
+std::string HugeLength() {
+  const uint32_t huge = 0xFFFFFFF0u;
+  return std::string(reinterpret_cast<const char*>(&huge), sizeof huge);
+}
+
 bool WaitFor(const std::function<bool()>& condition) {
   const auto end = Clock::now() + 10s;
   while (!condition()) {
@@ -58,13 +65,30 @@ struct Recorder {
 void HandlerA(SipJson& event, void* context) { static_cast<Recorder*>(context)->Add("A", event); }
 void HandlerB(SipJson& event, void* context) { static_cast<Recorder*>(context)->Add("B", event); }
 
+// Handlers that use the client they are called from.
+CSwitchClient* g_Client = nullptr;
 // Registers HandlerB from inside the callback and removes itself.
-CSwitchClient* g_SwapClient = nullptr;
 void HandlerSwapsToB(SipJson& event, void* context) {
   static_cast<Recorder*>(context)->Add("S", event);
-  g_SwapClient->RegisterEventHandler(HandlerB, context);
-  g_SwapClient->UnregisterEventHandler(HandlerSwapsToB);
+  g_Client->RegisterEventHandler(HandlerB, context);
+  g_Client->UnregisterEventHandler(HandlerSwapsToB);
 }
+// Asks the daemon something while the test detaches for the last time.
+void HandlerRequests(SipJson& event, void* context) {
+  static_cast<Recorder*>(context)->Add("R", event);
+  std::this_thread::sleep_for(200ms);
+  SipJson request;
+  g_Client->Request(request, 5);
+}
+
+// The client's number for its event channel, as its init command told the daemon.
+int ChannelFd(const std::string& init) {
+  SipJson record;
+  std::vector<unsigned char> block;
+  record.ParseReply(init);
+  return record.GetCmdDataStream(0, block) && block.size() > 65 ? block[65] : -1;
+}
+bool IsClosed(int fd) { return fcntl(fd, F_GETFD) == -1; }
 
 // A scratch system whose three daemon sockets are fakes; events_ is the
 // event socket, through which the test pushes raw frames.
@@ -94,6 +118,20 @@ class EventChannelTest : public ::testing::Test {
   bool Start(CTesselClientEventIf::EventHandler handler) {
     return (!handler || client_->RegisterEventHandler(handler, &recorder_)) && client_->EnableEvents(true) &&
            Registered(1);
+  }
+  // The daemon pushes `bytes`, hangs up and removes its socket; returns the
+  // client's number of the channel it broke.
+  int BreakChannel(const std::string& bytes) {
+    const int fd = ChannelFd(events_->requests().at(0));
+    EXPECT_TRUE(events_->push(bytes));
+    events_.reset();
+    unlink(CSystemRoot::Path("/dev/omadaj").c_str());
+    return fd;
+  }
+  void ExpectPrompt(const std::function<void()>& stop) {
+    const auto start = Clock::now();
+    stop();
+    EXPECT_LT(Clock::now() - start, 1s);
   }
   Calls SettledCalls(size_t count) {
     EXPECT_TRUE(recorder_.Reaches(count));
@@ -130,16 +168,12 @@ TEST_F(EventChannelTest, OneThreadCallsEveryHandlerInAddressOrder) {
   EXPECT_EQ(SettledCalls(3).back(), "A:8");
   EXPECT_EQ(recorder_.Get().size(), 3u);
 
-  // Disabling stops the thread; enabling again registers a new channel.
   EXPECT_TRUE(client_->EnableEvents(false));
-  EXPECT_FALSE(client_->EventsEnabled() || client_->EventThreadRunning());
   EXPECT_TRUE(client_->EnableEvents(false)) << "disabling twice is harmless";
-  ASSERT_TRUE(client_->EnableEvents(true));
-  ASSERT_TRUE(Registered(2));
 }
 
 TEST_F(EventChannelTest, HandlerMayChangeTheHandlerMapFromInsideACallback) {
-  g_SwapClient = client_.get();
+  g_Client = client_.get();
   ASSERT_TRUE(Start(HandlerSwapsToB));
   ASSERT_TRUE(events_->push(Event(1)));
   ASSERT_TRUE(recorder_.Reaches(1)) << "deadlock in the callback";
@@ -155,59 +189,86 @@ TEST_F(EventChannelTest, HandlerMayChangeTheHandlerMapFromInsideACallback) {
 
 TEST_F(EventChannelTest, BrokenFramesAndRestartsLoseOnlyThemselves) {
   ASSERT_TRUE(Start(HandlerA));
-  // Zero length, text that is no command record, an empty envelope: each is
-  // dropped and the channel kept.
+  // Zero length, text that is no command record: the handlers get the empty
+  // record (object index 0), and the channel is kept.
   ASSERT_TRUE(events_->push(std::string(4, '\0')));
   ASSERT_TRUE(events_->push(FakeAgentDaemon::Frame("not json at all")));
-  ASSERT_TRUE(events_->push(FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[]}}")));
   ASSERT_TRUE(events_->push(Event(1)));
-  EXPECT_EQ(SettledCalls(1), Calls{"A:1"});
+  EXPECT_EQ(SettledCalls(3), (Calls{"A:0", "A:0", "A:1"}));
   EXPECT_EQ(events_->replies(), 1);
 
-  // A frame cut short by the peer: reopened, the next event comes through.
-  ASSERT_TRUE(events_->push(Event(2).substr(0, 12)));
-  events_->hangUp();
+  // A length no event can have: the lost event reaches the handlers empty as well.
+  ASSERT_TRUE(events_->push(HugeLength() + "xx"));
   ASSERT_TRUE(Registered(2));
-  ASSERT_TRUE(events_->push(Event(3)));
-  ASSERT_TRUE(recorder_.Reaches(2));
-  // A length no event can have: reopened without reading it.
-  const uint32_t huge = 0xFFFFFFF0u;
-  ASSERT_TRUE(events_->push(std::string(reinterpret_cast<const char*>(&huge), sizeof huge) + "xx"));
-  ASSERT_TRUE(Registered(3));
   ASSERT_TRUE(events_->push(Event(4)));
-  ASSERT_TRUE(recorder_.Reaches(3));
+  ASSERT_TRUE(recorder_.Reaches(5));
   // The daemon restarts: the thread waits for it and registers again.
   StartEventDaemon();
   ASSERT_TRUE(Registered(1)) << "the client did not register with the new daemon";
   ASSERT_TRUE(events_->push(Event(5)));
-  EXPECT_EQ(SettledCalls(4), (Calls{"A:1", "A:3", "A:4", "A:5"}));
+  EXPECT_EQ(SettledCalls(6), (Calls{"A:0", "A:0", "A:1", "A:0", "A:4", "A:5"}));
 }
 
-// Ending events must not sit out a blocked read or the wait for the daemon.
+// A frame cut short by a daemon that then goes away is read in ten paced
+// passes before the channel is reopened. The reopen closes the old number;
+// stopping ends its retries at once and never closes that number again,
+// though another file of the process has it by then.
+TEST_F(EventChannelTest, CutShortFrameIsReadInPassesAndItsNumberClosedOnce) {
+  ASSERT_TRUE(Start(HandlerA));
+  const int fd = BreakChannel(Event(1).substr(0, 12));
+  ASSERT_GE(fd, 0);
+  std::this_thread::sleep_for(3s);
+  EXPECT_FALSE(IsClosed(fd)) << "reopened before the passes ran out";
+  ASSERT_TRUE(WaitFor([fd] { return IsClosed(fd); }));
+  const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(dup2(other, fd), fd);
+  close(other);
+  ExpectPrompt([&] { EXPECT_TRUE(client_->EnableEvents(false)); });
+  EXPECT_FALSE(IsClosed(fd)) << "the stop closed another file's descriptor";
+  close(fd);
+  EXPECT_TRUE(recorder_.Get().empty());
+}
+
+// Deleting the client waits for its thread, which is retrying the reopen:
+// the daemon that comes back afterwards hears nothing from a freed client.
+TEST_F(EventChannelTest, DeletedClientNeverRegistersWithTheReturningDaemon) {
+  ASSERT_TRUE(Start(nullptr));
+  const int fd = BreakChannel(HugeLength());
+  ASSERT_TRUE(WaitFor([fd] { return IsClosed(fd); }));
+  client_.reset();
+  StartEventDaemon();
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_TRUE(events_->requests().empty());
+}
+
+// Ending events must not sit out a handler, a blocked read or the wait for
+// the daemon.
 TEST_F(EventChannelTest, DisableAndLastDetachEndTheThreadPromptly) {
-  auto expectPrompt = [](const std::function<void()>& stop) {
-    const auto start = Clock::now();
-    stop();
-    EXPECT_LT(Clock::now() - start, 1500ms);
-  };
+  g_Client = client_.get();
   ASSERT_TRUE(client_->Attach(nullptr));
   ASSERT_TRUE(client_->Attach(""));
-  ASSERT_TRUE(Start(nullptr));
+  ASSERT_TRUE(Start(HandlerRequests));
   client_->Detach();
   EXPECT_TRUE(client_->EventsEnabled()) << "one attachment is left";
-  ASSERT_TRUE(events_->push(Event(1).substr(0, 10)));  // and then silence
-  std::this_thread::sleep_for(200ms);
-  expectPrompt([&] { client_->Detach(); });
+  ASSERT_TRUE(events_->push(Event(1)));
+  ASSERT_TRUE(recorder_.Reaches(1));  // the handler runs and is about to ask
+  ExpectPrompt([&] { client_->Detach(); });
   EXPECT_FALSE(client_->EventsEnabled() || client_->EventThreadRunning());
+
+  ASSERT_TRUE(client_->EnableEvents(true));
+  ASSERT_TRUE(Registered(2));
+  ASSERT_TRUE(events_->push(Event(2).substr(0, 10)));  // and then silence
+  std::this_thread::sleep_for(200ms);
+  ExpectPrompt([&] { EXPECT_TRUE(client_->EnableEvents(false)); });
 
   setenv(CSwitchClient::kMaxWaitVariable, "600", 1);
   ASSERT_TRUE(client_->EnableEvents(true));
-  ASSERT_TRUE(Registered(2));
+  ASSERT_TRUE(Registered(3));
   unlink(CSystemRoot::Path("/var/run/omad.pid").c_str());
   events_.reset();                     // daemon gone: the channel ends
   std::this_thread::sleep_for(300ms);  // the thread is now in its wait
   ASSERT_TRUE(client_->EventThreadRunning()) << "the thread must wait for the daemon, not end";
-  expectPrompt([&] { EXPECT_TRUE(client_->EnableEvents(false)); });
+  ExpectPrompt([&] { EXPECT_TRUE(client_->EnableEvents(false)); });
   EXPECT_FALSE(client_->EventThreadRunning());
 }
 

@@ -1,6 +1,7 @@
 #include "agent/JsonChannel.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -13,9 +14,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
+#include "agent/FrameReader.h"
 #include "agent/SipJson.h"
 #include "runtime/CDebug.h"
 #include "runtime/CSystemRoot.h"
@@ -23,22 +24,12 @@
 namespace {
 
 constexpr int kSendPasses = 10;
-constexpr int kReceivePasses = 10;
-constexpr size_t kSpareBytes = 20;
+constexpr size_t kSpareBytes = FrameReader::kSpareBytes;
 constexpr int kAttachAttempts = 20;
 constexpr int kRegisterAttempts = 600;
 constexpr const char* kEventSocketPath = "/dev/omadaj";
-// A reply larger than this is treated like one that cannot be allocated:
-// the daemon's replies are a few kilobytes, and a lying length word must
-// not make us reserve gigabytes.
-constexpr uint32_t kMaxReplyLength = 16u * 1024 * 1024;
-// How long one receive pass waits for the next piece of a reply.
-constexpr int kPieceWaitMsec = 1000;
 
-struct FreeDeleter {
-  void operator()(char* p) const noexcept { std::free(p); }
-};
-using Buffer = std::unique_ptr<char, FreeDeleter>;
+using Buffer = FrameReader::Buffer;
 
 unsigned ThreadId() { return static_cast<unsigned>(pthread_self()); }
 
@@ -51,32 +42,16 @@ ssize_t WriteSome(int fd, const char* data, size_t size) {
   return n;
 }
 
-// One read of at most `size` bytes that waits no longer than waitMsec for
-// data to arrive, so a peer that stalls mid-frame cannot block us for good.
-// Returns the read() result; *timedOut tells a silent wait from EOF.
-ssize_t ReadSome(int fd, char* data, size_t size, int waitMsec, bool* timedOut) {
-  *timedOut = false;
-  ssize_t n = recv(fd, data, size, MSG_DONTWAIT);
-  if (n >= 0) return n;
-  if (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOTSOCK) return -1;
-  struct pollfd p = {fd, POLLIN, 0};
-  int ready = poll(&p, 1, waitMsec);
-  if (ready < 0) return -1;
-  if (ready == 0) {
-    *timedOut = true;
-    return 0;
-  }
-  return read(fd, data, size);
-}
-
 }  // namespace
 
 int OpenDevice(const char* path) {
   const char* where = path != nullptr ? path : "";
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
+    const int err = errno;
     g_Debug.PrintAlways("OpenDevice: ERROR: create socket on %s failed (thrId=0x%08X): %s\n", where, ThreadId(),
-                        strerror(errno));
+                        strerror(err));
+    errno = err;
     return -1;
   }
   if (!ConnectUnixSocket(fd, where)) {
@@ -100,11 +75,20 @@ bool ConnectUnixSocket(int fd, const char* path) {
     return false;
   }
   std::memcpy(addr.sun_path, path, length);
-  return connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
-                 static_cast<socklen_t>(sizeof(addr.sun_family) + length)) == 0;
+  // Non-blocking for the connect alone: a daemon that listens but never
+  // accepts would otherwise hold us without limit once its queue is full.
+  // Its EAGAIN counts as one failed attempt.
+  const int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) return false;
+  const bool connected = connect(fd, reinterpret_cast<struct sockaddr*>(&addr),
+                                 static_cast<socklen_t>(sizeof(addr.sun_family) + length)) == 0;
+  const int err = errno;
+  fcntl(fd, F_SETFL, flags);
+  errno = err;
+  return connected;
 }
 
-int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {
+int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd) {
   if (fd < 0) {
     g_Debug.PrintAlways("IsFdReady: ERROR: bad parameter for Fd=%d\n", fd);
     return -3;
@@ -115,10 +99,11 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {
   }
   const time_t start = time(nullptr);
   unsigned rest = timeoutMsec;
-  struct pollfd p = {fd, static_cast<short>(pollMask), 0};
+  struct pollfd polled[2] = {{fd, static_cast<short>(pollMask), 0}, {wakeFd, POLLIN, 0}};
+  struct pollfd& p = polled[0];
   for (;;) {
     p.revents = 0;
-    const int rc = poll(&p, 1, ToPollTimeout(rest));
+    const int rc = poll(polled, wakeFd >= 0 ? 2 : 1, ToPollTimeout(rest));
     if (rc > 0) break;
     if (rc == 0) {
       g_Debug.PrintAlways("IsFdReady: ERROR: Timeout on fd=%d (Timeout=%d, RestTimeout=%d\n", fd,
@@ -139,6 +124,10 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {
       return -15;
     }
     rest = timeoutMsec - static_cast<unsigned>(elapsed);
+  }
+  if (wakeFd >= 0 && polled[1].revents != 0) {
+    g_Debug.Print(1, "IsFdReady: terminate signaled while waiting on fd=%d\n", fd);
+    return kFdWoken;
   }
   if (p.revents & POLLHUP) {
     g_Debug.PrintAlways("IsFdReady: ERROR: Hangup on fd=%d\n", fd);
@@ -162,14 +151,23 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec) {
   return -9;
 }
 
+bool PauseUnlessWoken(int wakeFd) {
+  if (wakeFd < 0) {
+    sleep(1);
+    return true;
+  }
+  struct pollfd p = {wakeFd, POLLIN, 0};
+  return poll(&p, 1, 1000) <= 0;
+}
+
 namespace {
 
 // Writes the whole frame in at most kSendPasses passes. 0 or 22.
-unsigned SendFrame(int fd, const char* frame, size_t frameLength, unsigned pollMsec) {
+unsigned SendFrame(int fd, const char* frame, size_t frameLength, unsigned pollMsec, int wakeFd) {
   size_t sent = 0;
   for (int pass = 0; pass < kSendPasses; ++pass) {
     const int retry = kSendPasses - pass;
-    const int ready = IsFdReady(fd, POLLOUT, pollMsec);
+    const int ready = IsFdReady(fd, POLLOUT, pollMsec, wakeFd);
     if (ready != POLLOUT) {
       g_Debug.Print(4, "SendRequestOnFd: it seems that socket %d is not ready for write (pollresult=%d) -> bail out!\n",
                     fd, ready);
@@ -203,108 +201,88 @@ unsigned SendFrame(int fd, const char* frame, size_t frameLength, unsigned pollM
       g_Debug.Print(1, "SendRequestOnFd: sending request on fd=%d incomplete (outLength=%d, InOutMax=%d) --> continue=%d\n",
                     fd, static_cast<int>(sent), static_cast<int>(frameLength), retry);
     }
-    if (pass + 1 < kSendPasses) sleep(1);
+    if (pass + 1 < kSendPasses && !PauseUnlessWoken(wakeFd)) return kJsonWriteFailed;
   }
   // Out of passes: the reply is read all the same.
   return kJsonOk;
 }
 
-// Reads the 4-byte length word; false when nothing could be read.
-bool ReadLengthWord(int fd, uint32_t* length) {
-  unsigned char word[4] = {0, 0, 0, 0};
-  ssize_t n = read(fd, word, sizeof(word));
-  if (n < 1) {
-    g_Debug.Print(1, "SendRequestOnFd: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
-                  errno);
-    return false;
+// The traces of one reply's receive passes.
+class ReplyPasses : public FrameReader::Observer {
+ public:
+  ReplyPasses(int fd, uint32_t length) : m_Fd(fd), m_Length(length) {}
+  void Read(ssize_t rwresult) override {
+    g_Debug.Print(4, "SendRequestOnFd: data read from socket, rwresult = %d\n", static_cast<int>(rwresult));
   }
-  // A length word split across reads is completed rather than taken half.
-  size_t got = static_cast<size_t>(n);
-  for (int pass = 0; got < sizeof(word) && pass < kReceivePasses; ++pass) {
-    bool timedOut = false;
-    n = ReadSome(fd, reinterpret_cast<char*>(word) + got, sizeof(word) - got, kPieceWaitMsec, &timedOut);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0 && !timedOut) break;
-    if (n > 0) got += static_cast<size_t>(n);
+  void Incomplete(size_t received, int pass) override {
+    g_Debug.Print(1,
+                  "SendRequestOnFd: receiving reply on fd=%d incomplete (inLength=%d, InOutMax=%d, "
+                  "pCmdJReply->len=%d) --> continue=%d\n",
+                  m_Fd, InLength(received), MaxLength(), static_cast<int>(m_Length), Retry(pass));
   }
-  if (got < sizeof(word)) {
-    g_Debug.Print(1, "SendRequestOnFd: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
-                  errno);
-    return false;
+  void Interrupted(size_t received, int pass) override {
+    g_Debug.Print(1,
+                  "SendRequestOnFd: receiving reply on fd=%d interrupted (errno=EINTR, inLength=%d, InOutMax=%d) "
+                  "--> retry=%d\n",
+                  m_Fd, InLength(received), MaxLength(), Retry(pass));
   }
-  std::memcpy(length, word, sizeof(word));
-  return true;
-}
+  int InLength(size_t received) const { return static_cast<int>(received + 4); }
+  int MaxLength() const { return static_cast<int>(m_Length + 4); }
 
-// Reads `length` payload bytes in at most kReceivePasses passes, one second
-// apart when a pass leaves the payload incomplete. 0 or 6.
-unsigned ReadPayload(int fd, char* data, uint32_t length) {
-  const int maxLength = static_cast<int>(length + 4);
-  size_t got = 0;
-  if (length == 0) return kJsonOk;
-  for (int pass = 0; pass < kReceivePasses; ++pass) {
-    const int retry = kReceivePasses - pass;
-    bool timedOut = false;
-    const ssize_t n = ReadSome(fd, data + got, length - got, kPieceWaitMsec, &timedOut);
-    g_Debug.Print(4, "SendRequestOnFd: data read from socket, rwresult = %d\n", static_cast<int>(n));
-    if (n < 0 && errno != EINTR) {
-      g_Debug.Print(1, "SendRequestOnFd: receiving reply on fd=%d failed (inLength=%d, InOutMax=%d) --> bail out\n", fd,
-                    static_cast<int>(got + 4), maxLength);
-      return kJsonReadFailed;
-    }
-    if (n < 0) {
-      g_Debug.Print(1,
-                    "SendRequestOnFd: receiving reply on fd=%d interrupted (errno=EINTR, inLength=%d, InOutMax=%d) "
-                    "--> retry=%d\n",
-                    fd, static_cast<int>(got + 4), maxLength, retry);
-    } else {
-      got += static_cast<size_t>(n);
-      if (got >= length) return kJsonOk;
-      g_Debug.Print(1,
-                    "SendRequestOnFd: receiving reply on fd=%d incomplete (inLength=%d, InOutMax=%d, "
-                    "pCmdJReply->len=%d) --> continue=%d\n",
-                    fd, static_cast<int>(got + 4), maxLength, static_cast<int>(length), retry);
-    }
-    // A pass that already waited out the piece timeout needs no extra pause.
-    if (pass + 1 < kReceivePasses && !timedOut) sleep(1);
-  }
-  g_Debug.Print(1,
-                "SendRequestOnFd: receiving reply on fd=%d failed (inLength=%d, InOutMax=%d, pCmdJReply->len=%d)\n", fd,
-                static_cast<int>(got + 4), maxLength, static_cast<int>(length));
-  return kJsonReadFailed;
-}
+ private:
+  static int Retry(int pass) { return FrameReader::kPasses - pass + 1; }  // counts down from 10
+  int m_Fd;
+  uint32_t m_Length;
+};
 
-unsigned Exchange(int fd, const char* frame, size_t frameLength, unsigned pollMsec, std::string& reply) {
+unsigned Exchange(int fd, const char* frame, size_t frameLength, unsigned pollMsec, int wakeFd, std::string& reply) {
   if (fd < 0) {
     g_Debug.PrintAlways("SendRequestOnFd: sending request failed (request channel not available)\n");
     return kJsonNoChannel;
   }
-  unsigned rc = SendFrame(fd, frame, frameLength, pollMsec);
+  const unsigned rc = SendFrame(fd, frame, frameLength, pollMsec, wakeFd);
   if (rc != kJsonOk) return rc;
 
-  const int ready = IsFdReady(fd, POLLIN, pollMsec);
+  const int ready = IsFdReady(fd, POLLIN, pollMsec, wakeFd);
   if (ready != POLLIN) {
     g_Debug.Print(4, "SendRequestOnFd: it seems that socket %d is not ready for read (pollresult=%d) -> bail out!\n", fd,
                   ready);
     return kJsonNotReadable;
   }
+  // Each wait for a piece of the reply is bounded by the request's time-out.
+  FrameReader reader(fd, ToPollTimeout(pollMsec), wakeFd);
   uint32_t length = 0;
-  if (!ReadLengthWord(fd, &length)) return kJsonReadFailed;
+  ssize_t n = 0;
+  if (!reader.ReadLength(length, n)) {
+    g_Debug.Print(1, "SendRequestOnFd: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
+                  errno);
+    return kJsonReadFailed;
+  }
 
-  // Sized in size_t: length + 20 must not wrap in 32 bits.
-  const size_t bufferSize = static_cast<size_t>(length) + kSpareBytes;
-  Buffer buffer(length <= kMaxReplyLength ? static_cast<char*>(std::malloc(bufferSize)) : nullptr);
+  // A reply over the cap is refused like one that cannot be allocated.
+  Buffer buffer(length <= FrameReader::kMaxLength ? FrameReader::Allocate(length) : nullptr);
   if (!buffer) {
     g_Debug.PrintAlways("SendRequestOnFd: ERROR: Can't allocate memory for JSON reply on fd=%d (size=%d)!\n", fd,
-                        static_cast<int>(bufferSize));
+                        static_cast<int>(static_cast<size_t>(length) + kSpareBytes));
     return kJsonNoMemory;
   }
-  // A payload without its NUL then ends inside our own buffer.
-  std::memset(buffer.get() + length, 0, kSpareBytes);
   g_Debug.Print(4, "SendRequestOnFd: read reply on fd=%d, ReplyLen=%d ...\n", fd, static_cast<int>(length));
 
-  rc = ReadPayload(fd, buffer.get(), length);
-  if (rc != kJsonOk) return rc;
+  ReplyPasses passes(fd, length);
+  size_t received = 0;
+  const FrameReader::Result result = reader.ReadPayload(buffer.get(), length, received, passes, false);
+  if (result == FrameReader::Result::kIncomplete) {
+    g_Debug.Print(1,
+                  "SendRequestOnFd: receiving reply on fd=%d failed (inLength=%d, InOutMax=%d, pCmdJReply->len=%d)\n",
+                  fd, passes.InLength(received), passes.MaxLength(), static_cast<int>(length));
+    return kJsonReadFailed;
+  }
+  if (result != FrameReader::Result::kComplete) {
+    // A failed read, a wait past the time-out, or the caller stopping.
+    g_Debug.Print(1, "SendRequestOnFd: receiving reply on fd=%d failed (inLength=%d, InOutMax=%d) --> bail out\n", fd,
+                  passes.InLength(received), passes.MaxLength());
+    return kJsonReadFailed;
+  }
   g_Debug.Print(4, "SendRequestOnFd: receiving reply on fd=%d done, inLength=%d\n", fd, static_cast<int>(length + 4));
   reply.assign(buffer.get(), strnlen(buffer.get(), length));
   if (g_Debug.IsEnabled())
@@ -315,7 +293,7 @@ unsigned Exchange(int fd, const char* frame, size_t frameLength, unsigned pollMs
 
 }  // namespace
 
-unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout) {
+unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout, int wakeFd) {
   const char* text = request != nullptr ? request : "";
   const size_t textLength = std::strlen(text) + 1;
   if (textLength > UINT32_MAX - kSpareBytes) {
@@ -335,7 +313,7 @@ unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsign
   // Seconds to milliseconds; callers pass 30000, so a wait may be very long.
   const unsigned long long pollMsec = static_cast<unsigned long long>(timeout == 0 ? 30000 : timeout) * 1000ull;
   const unsigned rc = Exchange(fd, frame.get(), sizeof(length) + textLength,
-                               pollMsec > UINT_MAX ? UINT_MAX : static_cast<unsigned>(pollMsec), reply);
+                               pollMsec > UINT_MAX ? UINT_MAX : static_cast<unsigned>(pollMsec), wakeFd, reply);
   if (rc != kJsonOk) g_Debug.Print(4, "CSwitchClient::JsonSendRequest: on fd=%d failed\n", fd);
   return rc;
 }
@@ -351,7 +329,7 @@ std::string BuildInitChannelBlock(const char* clientName, int fd) {
   return block;
 }
 
-bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode, unsigned timeout) {
+bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode, unsigned timeout, int wakeFd) {
   SipJson record;
   record.JsonInit();
   SipJson::GenericValue& cmd = record.GetCmd();
@@ -372,7 +350,7 @@ bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode
   cmd.AddMember("DA", data, alloc);
 
   std::string reply;
-  const unsigned rc = JsonSendRequest(fd, record.Serialize().c_str(), reply, timeout);
+  const unsigned rc = JsonSendRequest(fd, record.Serialize().c_str(), reply, timeout, wakeFd);
   if (rc == kJsonNoMemory) {
     g_Debug.PrintAlways("SendInitChannelCommand: Can't initialize Request Channel on fd=%d --> close it !\n", fd);
     return false;
@@ -425,7 +403,7 @@ void JsonDetach(int fd, const char* /*path*/) {
   g_Debug.Print(4, "JsonAttach: -> disconnected\n");
 }
 
-int JsonRegisterForEvents(const char* clientName) {
+int JsonRegisterForEvents(const char* clientName, int wakeFd) {
   const std::string path = CSystemRoot::Path(kEventSocketPath);
   int fd = -1;
   for (int attempt = 0; attempt < kRegisterAttempts; ++attempt) {
@@ -435,7 +413,10 @@ int JsonRegisterForEvents(const char* clientName) {
     if (attempt % 10 == 0)
       g_Debug.PrintAlways("OpenEventChannel: Connect to %s failed: errno=%d %s --> retry (%d)\n", path.c_str(), err,
                           strerror(err), attempt);
-    sleep(1);
+    if (!PauseUnlessWoken(wakeFd)) {
+      g_Debug.Print(1, "OpenEventChannel: terminate signaled --> bail out\n");
+      return -1;
+    }
   }
   if (fd < 0) {
     g_Debug.PrintAlways("OpenEventChannel: Connect to %s failed after %d retries --> bail out\n", path.c_str(),
@@ -443,7 +424,7 @@ int JsonRegisterForEvents(const char* clientName) {
     return -1;
   }
   g_Debug.Print(2, "OpenEventChannel: Event Channel to %s (fd=%d) opened\n", path.c_str(), fd);
-  if (!SendInitChannelCommand(fd, clientName, kJsonEventChannel, kChannelTimeout)) {
+  if (!SendInitChannelCommand(fd, clientName, kJsonEventChannel, kChannelTimeout, wakeFd)) {
     g_Debug.Print(2, "JsonRegisterForEvents: client cannot register for events on fd=%d -> close it!\n", fd);
     CloseEventChannel(fd);
     return -1;
@@ -470,13 +451,14 @@ void JsonUnregisterForEvents(int fd) {
   g_Debug.Print(2, "JsonUnregisterForEvents: client unregistered for events\n");
 }
 
-int ReOpenEventChannel(const char* clientName, int oldFd) {
+int ReOpenEventChannel(const char* clientName, int oldFd, int wakeFd) {
   const std::string path = CSystemRoot::Path(kEventSocketPath);
+  bool woken = false;
   if (oldFd >= 0) {
     CloseEventChannel(oldFd);
-    sleep(1);
+    woken = !PauseUnlessWoken(wakeFd);
   }
-  const int fd = JsonRegisterForEvents(clientName);
+  const int fd = woken ? -1 : JsonRegisterForEvents(clientName, wakeFd);
   if (fd >= 0)
     g_Debug.PrintAlways("ReOpenEventChannel: Event Channel to %s re-opened (fd=%d)\n", path.c_str(), fd);
   else

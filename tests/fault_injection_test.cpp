@@ -9,6 +9,8 @@
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,6 +23,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/AgentSimulator.h"
 #include "tests/support/ScopedSystemRoot.h"
@@ -387,6 +390,42 @@ TEST_F(FaultInjectionOutputTest, DiskFullTruncatesTheReport) {
   EXPECT_LE(written.size(), kSpace);
   EXPECT_GT(written.size(), 0u);
   EXPECT_EQ(written, clean.substr(0, written.size()));
+}
+
+// ---------------------------------------------------------------------------
+// The daemon hangs: its socket listens but never accepts, its queue is full.
+
+// Listens at `path`, in place of the daemon's socket, but never accepts, and
+// fills the queue; returns the descriptors to close.
+std::vector<int> HangSocket(const std::string& path) {
+  struct sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const auto* raw = reinterpret_cast<const struct sockaddr*>(&address);
+  fs::remove(path);
+  std::vector<int> fds = {socket(AF_UNIX, SOCK_STREAM, 0)};
+  EXPECT_TRUE(bind(fds[0], raw, sizeof(address)) == 0 && listen(fds[0], 0) == 0) << path;
+  do fds.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+  while (connect(fds.back(), raw, sizeof(address)) == 0);
+  return fds;
+}
+
+class FaultInjectionHungDaemonTest : public FaultInjectionTest {};
+
+// Every connect counts as one failed attempt instead of blocking, so the
+// usual error comes after the request channel's 20 attempts (about a
+// second), or for the readiness socket after one check of the pid file,
+// which is removed here (with it in place the wait would last ten minutes).
+TEST_F(FaultInjectionHungDaemonTest, FullListenQueueEndsTheRunWithTheUsualError) {
+  for (const char* socket : {"/dev/omadsj", "/dev/omads"}) {
+    SCOPED_TRACE(socket);
+    if (std::string(socket) == "/dev/omads") fs::remove(pidFile_);
+    const std::vector<int> hung = HangSocket(sim_.path(socket));
+    const Outcome run = Run();
+    for (int fd : hung) close(fd);
+    ExpectNotConnected(run);
+    EXPECT_LT(run.seconds, 5.0);
+  }
 }
 
 }  // namespace
