@@ -3,12 +3,16 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <mutex>
 
 // Recursive lock built from a plain mutex, the owning thread and a count.
 // The owner is atomic because other threads read it (to decide whether they
 // already hold the lock) without holding the mutex. When the mutex could not
 // be initialised every operation is a no-op: the users (trace log, registry)
 // prefer running unlocked to not running.
+//
+// lock()/unlock() make it a standard lockable, so a scope holds it with
+// std::lock_guard<CCriticalSection> (or std::unique_lock) like any mutex.
 class CCriticalSection {
  public:
   CCriticalSection();
@@ -19,6 +23,8 @@ class CCriticalSection {
   void Enter() const;
   // Only the owner can leave; a call from any other thread does nothing.
   void Leave() const;
+  void lock() const { Enter(); }
+  void unlock() const { Leave(); }
 
   // Unwinding clean-up for a locked region: releases the lock completely,
   // whatever the recursion count. arg is the CCriticalSection*.
@@ -35,15 +41,6 @@ class CCriticalSection {
   bool m_Valid;
 };
 
-// Holds a CCriticalSection for one scope; releases it on every exit path,
-// exceptions included.
-class CCriticalSectionGuard {
- public:
-  explicit CCriticalSectionGuard(const CCriticalSection& lock) : m_Lock(lock) { m_Lock.Enter(); }
-  ~CCriticalSectionGuard() { m_Lock.Leave(); }
-  CCriticalSectionGuard(const CCriticalSectionGuard&) = delete;
-  CCriticalSectionGuard& operator=(const CCriticalSectionGuard&) = delete;
-
- private:
-  const CCriticalSection& m_Lock;
-};
+// The earlier name of the scope guard, kept for code not yet moved over;
+// new code writes std::lock_guard<CCriticalSection>.
+using CCriticalSectionGuard = std::lock_guard<CCriticalSection>;

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "runtime/CDebug.h"
@@ -123,7 +124,7 @@ void CRegistry::FreeClass() {
 bool CRegistry::SetupTree(bool force) {
   // Checked under the lock: two first handles must not both load, as the
   // later load would free nodes the earlier one is already walking.
-  CCriticalSectionGuard guard(MSpinlock);
+  std::lock_guard<CCriticalSection> guard(MSpinlock);
   if (MIsSetup && !force) return true;
   g_Debug.Print(2, "CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n", force ? 1 : 0,
                 MIsSetup ? 1 : 0, MIsDirty ? 1 : 0);
@@ -188,7 +189,7 @@ bool CRegistry::ReadTree(const char* path, CRegistryNode& root) {
 }
 
 bool CRegistry::SaveTree() {
-  CCriticalSectionGuard guard(MSpinlock);
+  std::lock_guard<CCriticalSection> guard(MSpinlock);
   FILE* file = std::fopen(MPRegistryTemp.c_str(), "w");
   if (file == nullptr) {
     // Deliberately not retried: the change is dropped, not saved later.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <utility>
 
 #include "runtime/CDebug.h"
@@ -141,14 +142,14 @@ void CRegistryNode::sortKeepingLast() {
 }
 
 CRegistryNode* CRegistryNode::findChild(const char* name) const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   const Entry* entry = find(name);
   return entry != nullptr ? entry->child.get() : nullptr;
 }
 
 CRegistryNode* CRegistryNode::findOrCreateChild(const char* name) {
   if (name == nullptr) return nullptr;
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   const Entry* existing = find(name);
   if (existing != nullptr) return existing->child.get();
   Entry& entry = insertOrReplace(name);
@@ -158,14 +159,14 @@ CRegistryNode* CRegistryNode::findOrCreateChild(const char* name) {
 
 CRegistryNode* CRegistryNode::setChild(const char* name, std::unique_ptr<CRegistryNode> child) {
   if (name == nullptr || !child) return nullptr;
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   Entry& entry = insertOrReplace(name);
   entry.child = std::move(child);
   return entry.child.get();
 }
 
 bool CRegistryNode::getValue(const char* name, RegistryValue& out) const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   const Entry* entry = find(name);
   if (entry == nullptr || entry->child) return false;
   out = entry->value;
@@ -174,12 +175,12 @@ bool CRegistryNode::getValue(const char* name, RegistryValue& out) const {
 
 void CRegistryNode::setValue(const char* name, RegistryValue value) {
   if (name == nullptr || value.type == REGISTRY_SUBKEY) return;
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   insertOrReplace(name).value = std::move(value);
 }
 
 bool CRegistryNode::deleteValue(const char* name) {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   const Entry* entry = find(name);
   if (entry == nullptr || entry->child) return false;
   entries_.erase(entries_.begin() + (entry - entries_.data()));
@@ -187,7 +188,7 @@ bool CRegistryNode::deleteValue(const char* name) {
 }
 
 bool CRegistryNode::deleteKey(const char* name) {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   const Entry* entry = find(name);
   if (entry == nullptr || !entry->child) return false;
   entry->child->deleteNode(name);
@@ -199,13 +200,13 @@ void CRegistryNode::deleteNode(const char* name) {
   g_Debug.Print(2, "CRegistryNode::deleteNode \"%s\"\n", name != nullptr ? name : "<null>");
   std::vector<Entry> doomed;
   {
-    CCriticalSectionGuard guard(lock_);
+    std::lock_guard<CCriticalSection> guard(lock_);
     doomed.swap(entries_);
   }
 }
 
 bool CRegistryNode::subKeyAt(unsigned index, std::string& name) const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   for (const Entry& entry : entries_) {
     if (!entry.child) continue;
     if (index-- == 0) {
@@ -217,7 +218,7 @@ bool CRegistryNode::subKeyAt(unsigned index, std::string& name) const {
 }
 
 bool CRegistryNode::valueAt(unsigned index, std::string& name, RegistryValue& value) const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   for (const Entry& entry : entries_) {
     if (entry.child) continue;
     if (index-- == 0) {
@@ -230,13 +231,13 @@ bool CRegistryNode::valueAt(unsigned index, std::string& name, RegistryValue& va
 }
 
 unsigned CRegistryNode::subKeyCount() const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   return static_cast<unsigned>(std::count_if(entries_.begin(), entries_.end(),
                                              [](const Entry& entry) { return entry.child != nullptr; }));
 }
 
 unsigned CRegistryNode::entryCount() const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   return static_cast<unsigned>(entries_.size());
 }
 
@@ -248,9 +249,9 @@ bool CRegistryNode::restoreNode(FILE* file) {
   bool stored = false;
   char line[kLineBuffer];
 
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   auto close = [&open]() {
-    CCriticalSectionGuard childGuard(open.back()->lock_);
+    std::lock_guard<CCriticalSection> childGuard(open.back()->lock_);
     open.back()->sortKeepingLast();
     open.pop_back();
   };
@@ -273,7 +274,7 @@ bool CRegistryNode::restoreNode(FILE* file) {
       entry.child = std::make_unique<CRegistryNode>();
       CRegistryNode* child = entry.child.get();
       {
-        CCriticalSectionGuard parentGuard(open.back()->lock_);
+        std::lock_guard<CCriticalSection> parentGuard(open.back()->lock_);
         open.back()->appendUnsorted(std::move(entry));
       }
       open.push_back(child);
@@ -283,7 +284,7 @@ bool CRegistryNode::restoreNode(FILE* file) {
     Entry entry;
     if (!parseValueLine(line, entry.name, entry.value)) continue;
     {
-      CCriticalSectionGuard nodeGuard(open.back()->lock_);
+      std::lock_guard<CCriticalSection> nodeGuard(open.back()->lock_);
       open.back()->appendUnsorted(std::move(entry));
     }
     stored = true;
@@ -293,7 +294,7 @@ bool CRegistryNode::restoreNode(FILE* file) {
 }
 
 void CRegistryNode::dumpNode(FILE* file) const {
-  CCriticalSectionGuard guard(lock_);
+  std::lock_guard<CCriticalSection> guard(lock_);
   for (const Entry& entry : entries_) {
     const RegistryValue& value = entry.value;
     if (entry.child) continue;
