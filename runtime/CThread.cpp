@@ -5,13 +5,12 @@
 #include <cstring>
 
 #include "runtime/CDebug.h"
+#include "runtime/ThreadId.h"
 
 namespace {
 
 constexpr unsigned kLevelError = 1;
 constexpr unsigned kLevelDetail = 4;
-
-unsigned Id32(pthread_t id) { return static_cast<unsigned>(id); }
 
 // Destroys the attribute object on every way out of Start.
 class ThreadAttributes {
@@ -117,81 +116,74 @@ bool CThread::Start(void* (*routine)(void*), void* arg, unsigned priority, bool 
   m_Waitable = waitable;
   ReleaseRunState();
   m_RunState = run;
-  g_Debug.Print(kLevelDetail, "\nCThread::Start: thread=0x%08X created, Prio=%d, Waitable=%d, StackSize=0x%x", Id32(id),
+  g_Debug.Print(kLevelDetail, "\nCThread::Start: thread=0x%08X created, Prio=%d, Waitable=%d, StackSize=0x%x", ThreadId(id),
                 priority, waitable, static_cast<unsigned>(stackSize));
   sched_yield();  // give the new thread the chance to run at once
   return true;
 }
 
 bool CThread::Kill(unsigned /*exitCode*/) {
-  g_Debug.Print(kLevelError, "\nCThread::Kill: Try to kill the Thread = 0x%08X", Id32(m_ThreadId));
+  g_Debug.Print(kLevelError, "\nCThread::Kill: Try to kill the Thread = 0x%08X", ThreadId(m_ThreadId));
   if (m_ThreadId == 0) {
-    g_Debug.Print(kLevelError, "\nCThread::Kill: Thread = 0x0%08X doesn't exist !", Id32(m_ThreadId));
+    g_Debug.Print(kLevelError, "\nCThread::Kill: Thread = 0x0%08X doesn't exist !", ThreadId(m_ThreadId));
     return false;
   }
 
   if (m_Waitable) {
-    g_Debug.Print(kLevelError, "\nCThread::Kill: Try to join a joinable Thread = 0x%08X", Id32(m_ThreadId));
-    void* status = nullptr;
-    int rc = pthread_join(m_ThreadId, &status);
-    if (rc != 0) {
-      g_Debug.Print(kLevelError, "\nCThread::Kill: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x",
-                    Id32(m_ThreadId), rc);
-      return false;
-    }
-    g_Debug.Print(kLevelError, "\nCThread::Kill: a joinable Thread = 0x%08X has terminated, pstat=%p", Id32(m_ThreadId),
-                  status);
-    m_ThreadId = 0;
-    ReleaseRunState();
-    return true;
+    g_Debug.Print(kLevelError, "\nCThread::Kill: Try to join a joinable Thread = 0x%08X", ThreadId(m_ThreadId));
+    return Join("CThread::Kill", kLevelError);
   }
 
   pthread_t id = m_ThreadId;
   m_ThreadId = 0;
   bool finished = m_RunState == nullptr || m_RunState->finished.load();
   ReleaseRunState();
-  g_Debug.Print(kLevelError, "\nCThread::Kill: Try to kill a non-joinable Thread = 0x0%08X", Id32(id));
+  g_Debug.Print(kLevelError, "\nCThread::Kill: Try to kill a non-joinable Thread = 0x0%08X", ThreadId(id));
   // An ended detached thread's id may already name another thread, so the
   // ended flag is asked first and the id used only while it still runs.
   if (finished) return true;
   int policy = 0;
   sched_param param;
   if (pthread_getschedparam(id, &policy, &param) != 0) return true;
-  g_Debug.Print(kLevelError, "\nCThread::Kill: Killing a non-joinable thread 0x%08X", Id32(id));
+  g_Debug.Print(kLevelError, "\nCThread::Kill: Killing a non-joinable thread 0x%08X", ThreadId(id));
   int rc = pthread_cancel(id);
   if (rc != 0) {
-    g_Debug.Print(kLevelError, "\nCThread::Kill: unable to cancel a non-joinable thread 0x%08X (err = 0x%08x)", Id32(id),
+    g_Debug.Print(kLevelError, "\nCThread::Kill: unable to cancel a non-joinable thread 0x%08X (err = 0x%08x)", ThreadId(id),
                   rc);
     return false;
   }
-  g_Debug.Print(kLevelError, "\nCThread::Kill: a non-joinable thread 0x%08X cancel invoked", Id32(id));
+  g_Debug.Print(kLevelError, "\nCThread::Kill: a non-joinable thread 0x%08X cancel invoked", ThreadId(id));
   return true;
 }
 
 bool CThread::WaitForTermination(unsigned timeout) {
   if (m_ThreadId == 0) {
-    g_Debug.Print(kLevelError, "\nCThread::WaitForTermination: Thread = 0x0%08X doesn't exist !", Id32(m_ThreadId));
+    g_Debug.Print(kLevelError, "\nCThread::WaitForTermination: Thread = 0x0%08X doesn't exist !", ThreadId(m_ThreadId));
     return false;
   }
   if (!m_Waitable) {
     g_Debug.Print(kLevelError, "\nCThread::WaitForTermination: WARNING: Can't wait for detached thread 0x%08X",
-                  Id32(m_ThreadId));
+                  ThreadId(m_ThreadId));
     return false;
   }
   if (timeout != kInfinite) {
     g_Debug.Print(kLevelError,
                   "\nCThread::WaitForTermination: WARNING: can't wait for Thread = 0x%08X termination with timeout",
-                  Id32(m_ThreadId));
+                  ThreadId(m_ThreadId));
   }
+  return Join("CThread::WaitForTermination", kLevelDetail);
+}
+
+bool CThread::Join(const char* caller, unsigned endLevel) {
   void* status = nullptr;
   int rc = pthread_join(m_ThreadId, &status);
   if (rc != 0) {
-    g_Debug.Print(kLevelError, "\nCThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x",
-                  Id32(m_ThreadId), rc);
+    g_Debug.Print(kLevelError, "\n%s: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x", caller,
+                  ThreadId(m_ThreadId), rc);
     return false;
   }
-  g_Debug.Print(kLevelDetail, "\nCThread::WaitForTermination: a joinable Thread = 0x%08X has terminated, pstat=%p",
-                Id32(m_ThreadId), status);
+  g_Debug.Print(endLevel, "\n%s: a joinable Thread = 0x%08X has terminated, pstat=%p", caller, ThreadId(m_ThreadId),
+                status);
   m_ThreadId = 0;
   ReleaseRunState();
   return true;

@@ -54,6 +54,9 @@ class CThread {
     }
   };
   static void* Trampoline(void* state);
+  // Joins the joinable thread for caller (the name its trace lines carry);
+  // the thread's end is traced at endLevel.
+  bool Join(const char* caller, unsigned endLevel);
   void ReleaseRunState();
 
   pthread_t m_ThreadId = 0;
