@@ -125,11 +125,31 @@ class CDebug : public CDebugTraceConfig {
     std::string value;
   };
 
-  size_t FormatRecord(char* buf, const char* client, const char* fmt, va_list args,
-                      int* fullMessage) const;
+  static constexpr size_t kWeightVariableSize = 48;
+
+  // Entry header, then the message cut at capacity characters; returns the
+  // record's length and, in fullMessage, the message's uncut length.
+  size_t FormatRecord(char* buf, size_t capacity, const char* client, const char* fmt,
+                      va_list args, int* fullMessage) const;
+  static size_t EnsureNewline(char* record, size_t length);
+  static void CopyText(char* out, size_t size, const char* text);
+  static int OpenUnshared(const char* path, mode_t mode);
+  void FormatTracePath(char (&out)[kMaxPath], const char* lowerName, const char* suffix) const;
+  void CloseSinks();
+
+  // In CDebugConfig.cpp; the first names the environment variable of this
+  // application's ring buffer weight.
+  static void WeightVariableName(char (&buf)[kWeightVariableSize], const char* instance);
+  void ApplyWeightOverride(const char* instance);
+
+  // In CDebugRingBuffer.cpp.
+  void StartRingBuffer(const char* lowerName);
   void WriteRingRecord(const char* record, size_t length);
   void SkipAfterHeader(uint64_t next);
-  void CloseSinks();
+
+  // In CDebugHeader.cpp.
+  void CaptureEnvironment();
+  void WriteArguments(unsigned target);
 
   std::atomic<unsigned> m_TraceLevel;
   unsigned m_SavedTraceLevel;
