@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,8 +15,7 @@
 #include "agent/CSwitchClient.h"
 #include "agent/SipJson.h"
 #include "runtime/CSystemRoot.h"
-#include "tests/support/FakeAgentDaemon.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -26,24 +24,11 @@ using Clock = std::chrono::steady_clock;
 using Calls = std::vector<std::string>;
 
 std::string Event(unsigned oi) {
-  return FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":4660,\"OI\":" + std::to_string(oi) +
-                                ",\"ST\":0,\"DA\":{\"RAW\":[1]}}]}}");
+  return Framed(Sip("{\"OC\":4660,\"OI\":" + std::to_string(oi) + ",\"ST\":0,\"DA\":{\"RAW\":[1]}}"));
 }
 
 // A length word no event can have: the channel is reopened without reading on.
-std::string HugeLength() {
-  const uint32_t huge = 0xFFFFFFF0u;
-  return std::string(reinterpret_cast<const char*>(&huge), sizeof huge);
-}
-
-bool WaitFor(const std::function<bool()>& condition) {
-  const auto end = Clock::now() + 10s;
-  while (!condition()) {
-    if (Clock::now() > end) return false;
-    std::this_thread::sleep_for(5ms);
-  }
-  return true;
-}
+const std::string kHugeLength = LengthWord(0xFFFFFFF0u);
 
 // What the handlers saw ("<handler>:<OI>"), shared with the event thread.
 struct Recorder {
@@ -58,7 +43,7 @@ struct Recorder {
     return calls;
   }
   bool Reaches(size_t count) {
-    return WaitFor([&] { return Get().size() >= count; });
+    return WaitUntil([&] { return Get().size() >= count; });
   }
 };
 
@@ -95,25 +80,20 @@ bool IsClosed(int fd) { return fcntl(fd, F_GETFD) == -1; }
 class EventChannelTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    setenv(CSwitchClient::kMaxWaitVariable, "20", 1);
     root_.writeFile("/usr/sbin/omad", "");
     root_.writeFile("/var/run/omad.pid", "1\n");
-    root_.makeDirs("/dev");
     classic_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omads"));
     request_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omadsj"));
     StartEventDaemon();
     client_ = std::make_unique<CSwitchClient>();
     client_->SetApplicationName("event-test");
   }
-  void TearDown() override {
-    client_.reset();  // its event thread ends before the fakes go
-    unsetenv(CSwitchClient::kMaxWaitVariable);
-  }
+  void TearDown() override { client_.reset(); }  // its event thread ends before the fakes go
   void StartEventDaemon() { events_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omadaj")); }
 
   // Event channels registered so far (init commands answered).
   bool Registered(int count) {
-    return WaitFor([&] { return events_->replies() >= count; }) && events_->replies() == count;
+    return WaitUntil([&] { return events_->replies() >= count; }) && events_->replies() == count;
   }
   bool Start(CTesselClientEventIf::EventHandler handler) {
     return (!handler || client_->RegisterEventHandler(handler, &recorder_)) && client_->EnableEvents(true) &&
@@ -139,6 +119,7 @@ class EventChannelTest : public ::testing::Test {
     return recorder_.Get();
   }
 
+  ScopedEnv env_{CSwitchClient::kMaxWaitVariable, "20"};
   ScopedSystemRoot root_;
   std::unique_ptr<FakeAgentDaemon> classic_, request_, events_;
   Recorder recorder_;
@@ -192,13 +173,13 @@ TEST_F(EventChannelTest, BrokenFramesAndRestartsLoseOnlyThemselves) {
   // Zero length, text that is no command record: the handlers get the empty
   // record (object index 0), and the channel is kept.
   ASSERT_TRUE(events_->push(std::string(4, '\0')));
-  ASSERT_TRUE(events_->push(FakeAgentDaemon::Frame("not json at all")));
+  ASSERT_TRUE(events_->push(Framed("not json at all")));
   ASSERT_TRUE(events_->push(Event(1)));
   EXPECT_EQ(SettledCalls(3), (Calls{"A:0", "A:0", "A:1"}));
   EXPECT_EQ(events_->replies(), 1);
 
   // A length no event can have: the lost event reaches the handlers empty as well.
-  ASSERT_TRUE(events_->push(HugeLength() + "xx"));
+  ASSERT_TRUE(events_->push(kHugeLength + "xx"));
   ASSERT_TRUE(Registered(2));
   ASSERT_TRUE(events_->push(Event(4)));
   ASSERT_TRUE(recorder_.Reaches(5));
@@ -219,7 +200,7 @@ TEST_F(EventChannelTest, CutShortFrameIsReadInPassesAndItsNumberClosedOnce) {
   ASSERT_GE(fd, 0);
   std::this_thread::sleep_for(3s);
   EXPECT_FALSE(IsClosed(fd)) << "reopened before the passes ran out";
-  ASSERT_TRUE(WaitFor([fd] { return IsClosed(fd); }));
+  ASSERT_TRUE(WaitUntil([fd] { return IsClosed(fd); }));
   const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(dup2(other, fd), fd);
   close(other);
@@ -233,8 +214,8 @@ TEST_F(EventChannelTest, CutShortFrameIsReadInPassesAndItsNumberClosedOnce) {
 // the daemon that comes back afterwards hears nothing from a freed client.
 TEST_F(EventChannelTest, DeletedClientNeverRegistersWithTheReturningDaemon) {
   ASSERT_TRUE(Start(nullptr));
-  const int fd = BreakChannel(HugeLength());
-  ASSERT_TRUE(WaitFor([fd] { return IsClosed(fd); }));
+  const int fd = BreakChannel(kHugeLength);
+  ASSERT_TRUE(WaitUntil([fd] { return IsClosed(fd); }));
   client_.reset();
   StartEventDaemon();
   std::this_thread::sleep_for(1500ms);
@@ -261,7 +242,7 @@ TEST_F(EventChannelTest, DisableAndLastDetachEndTheThreadPromptly) {
   std::this_thread::sleep_for(200ms);
   ExpectPrompt([&] { EXPECT_TRUE(client_->EnableEvents(false)); });
 
-  setenv(CSwitchClient::kMaxWaitVariable, "600", 1);
+  env_.set(CSwitchClient::kMaxWaitVariable, "600");
   ASSERT_TRUE(client_->EnableEvents(true));
   ASSERT_TRUE(Registered(3));
   unlink(CSystemRoot::Path("/var/run/omad.pid").c_str());

@@ -17,12 +17,9 @@
 
 #include "agent/SipJson.h"
 #include "runtime/CSystemRoot.h"
-#include "tests/support/FakeAgentDaemon.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
-
-std::string Reply(const std::string& command) { return "{\"SIP\":{\"V\":1,\"CMD\":[" + command + "]}}"; }
 
 SipJson& Fill(SipJson& record, unsigned oi) {
   SipJson::GenericValue& cmd = record.GetCmd();
@@ -40,12 +37,11 @@ class SwitchClientTest : public ::testing::Test {
   void SetUp() override {
     root_.writeFile("/usr/sbin/omad", "");
     root_.writeFile("/var/run/omad.pid", "42\n");
-    root_.makeDirs("/dev");
     classic_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omads"));
     request_ = std::make_unique<FakeAgentDaemon>(CSystemRoot::Path("/dev/omadsj"), [this](const std::string& text) {
       if (FakeAgentDaemon::IsInit(text)) return FakeAgentDaemon::InitOnly(text);
       std::lock_guard<std::mutex> lock(mutex_);
-      return FakeAgentDaemon::Frame(answer_(text));
+      return Framed(answer_(text));
     });
   }
   void Answer(const std::string& text) {
@@ -68,7 +64,7 @@ TEST_F(SwitchClientTest, AttachIsReferenceCounted) {
   ASSERT_GE(fd, 0);
   client.Detach();
   EXPECT_EQ(client.GetAttachCount(), 1u);
-  Answer(Reply("{\"ST\":0,\"DA\":1}"));
+  Answer(Sip("{\"ST\":0,\"DA\":1}"));
   SipJson record;
   EXPECT_EQ(client.Request(Fill(record, 0), 5), 0u);
   client.Detach();
@@ -90,23 +86,23 @@ TEST_F(SwitchClientTest, RequestsReturnTheReplyStatus) {
   CSwitchClient client;
   ASSERT_TRUE(client.Attach(nullptr));
   SipJson record;
-  Answer(Reply("{\"OC\":769,\"OI\":2,\"ST\":0,\"DA\":3}"));
+  Answer(Sip("{\"OC\":769,\"OI\":2,\"ST\":0,\"DA\":3}"));
   EXPECT_EQ(client.Request(Fill(record, 2), 5), 0u);
-  EXPECT_EQ(request_->requests().back(), Reply("{\"OC\":769,\"OI\":2,\"CA\":0}"));
-  Answer(Reply("{\"ST\":12}"));
+  EXPECT_EQ(request_->requests().back(), Sip("{\"OC\":769,\"OI\":2,\"CA\":0}"));
+  Answer(Sip("{\"ST\":12}"));
   EXPECT_EQ(client.Request(record, 5), 12u);
   // Unusable replies, and a kept one without a status, read as 22.
-  for (const std::string& text : {Reply("{\"DA\":1}"), std::string("garbage"), std::string("[1,2]")}) {
+  for (const std::string& text : {Sip("{\"DA\":1}"), std::string("garbage"), std::string("[1,2]")}) {
     Answer(text);
     EXPECT_EQ(client.Request(Fill(record, 0), 5), 22u) << text;
   }
 
   // The cabinet number is asked for with the code alone; a failure keeps it.
-  Answer(Reply("{\"OC\":57860,\"ST\":4}"));
+  Answer(Sip("{\"OC\":57860,\"ST\":4}"));
   unsigned cabinet = 99;
   EXPECT_FALSE(client.GetServerCabinetNumber(cabinet));
   EXPECT_EQ(cabinet, 99u);
-  EXPECT_EQ(request_->requests().back(), Reply("{\"OC\":57860}"));
+  EXPECT_EQ(request_->requests().back(), Sip("{\"OC\":57860}"));
 }
 
 TEST_F(SwitchClientTest, ConcurrentRequestsDoNotInterleave) {
@@ -117,7 +113,7 @@ TEST_F(SwitchClientTest, ConcurrentRequestsDoNotInterleave) {
     std::lock_guard<std::mutex> lock(mutex_);
     answer_ = [](const std::string& text) {
       const auto at = text.find("\"OI\":") + 5;
-      return Reply("{\"ST\":0,\"DA\":" + text.substr(at, text.find(',', at) - at) + "}");
+      return Sip("{\"ST\":0,\"DA\":" + text.substr(at, text.find(',', at) - at) + "}");
     };
   }
   int mismatches[2] = {0, 0};
@@ -167,7 +163,6 @@ TEST(SwitchClientReadiness, PermissionDeniedOnTheSocketGives13) {
   // up its privileges; the socket only lets its owner write to it.
   if (geteuid() != 0) GTEST_SKIP() << "needs root to drop privileges";
   ScopedSystemRoot root;
-  root.makeDirs("/dev");
   const std::string socketPath = CSystemRoot::Path("/dev/omads");
   FakeAgentDaemon listener(socketPath);
   for (const char* path : {"", "/dev"}) chmod(CSystemRoot::Path(path).c_str(), 0755);
@@ -199,11 +194,11 @@ TEST_F(SwitchClientTest, WaitForServiceFollowsTheAllowance) {
       {"2", false, false, true, false, 3},  {"600", true, true, true, false, 0},    {"", true, false, false, false, 0},
   };
   root_.writeFile("/usr/sbin/oasd", "");
+  ScopedEnv env;
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.maxWait ? c.maxWait : "unset") + (c.terminate ? " terminated" : "") +
                  (c.binary ? "" : " no binary"));
-    if (c.maxWait) setenv(CSwitchClient::kMaxWaitVariable, c.maxWait, 1);
-    else unsetenv(CSwitchClient::kMaxWaitVariable);
+    env.set(CSwitchClient::kMaxWaitVariable, c.maxWait);
     if (c.binary) root_.writeFile("/usr/sbin/omad", "");
     else unlink(CSystemRoot::Path("/usr/sbin/omad").c_str());
     std::unique_ptr<FakeAgentDaemon> events;
@@ -217,7 +212,6 @@ TEST_F(SwitchClientTest, WaitForServiceFollowsTheAllowance) {
     close(pipeFds[0]);
     close(pipeFds[1]);
   }
-  unsetenv(CSwitchClient::kMaxWaitVariable);
 }
 
 }  // namespace

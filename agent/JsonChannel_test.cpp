@@ -14,26 +14,18 @@
 #include <string>
 #include <thread>
 
-#include "tests/support/FakeAgentDaemon.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string LengthWord(uint32_t length) { return std::string(reinterpret_cast<const char*>(&length), 4); }
-
-// One whole frame as it came over the wire, length word included.
-std::string ReadFrame(int fd) {
-  uint32_t length = 0;
-  if (recv(fd, &length, 4, MSG_WAITALL) != 4) return "<eof>";
-  std::string payload(length, '\0');
-  if (length > 0 && recv(fd, &payload[0], length, MSG_WAITALL) != static_cast<ssize_t>(length)) return "<eof>";
-  return LengthWord(length) + payload;
-}
-
-void WriteAll(int fd, const std::string& bytes) {
-  ASSERT_EQ(send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+// The text of the client's next frame; "<eof>" when it sent none, or a broken one.
+std::string Request(int fd) { return ReadFrame(fd).value_or("<eof>"); }
+// Takes the client's request and answers with `bytes`.
+void Answer(int fd, const std::string& bytes) {
+  Request(fd);
+  EXPECT_TRUE(WriteAll(fd, bytes));
 }
 
 // A connected socket pair whose peer end runs a script on its own thread.
@@ -75,12 +67,12 @@ TEST(JsonChannel, FramesRequestsAndRepliesBothWays) {
   SocketPair pair;
   std::string seen[3];
   pair.thread = std::thread([&seen, fd = pair.peer] {
-    seen[0] = ReadFrame(fd);
-    WriteAll(fd, FakeAgentDaemon::Frame("{\"answer\":1}"));
-    seen[1] = ReadFrame(fd);
-    WriteAll(fd, LengthWord(7) + std::string("ab\0cdef", 7));  // text ends at the first NUL
-    seen[2] = ReadFrame(fd);
-    WriteAll(fd, LengthWord(5) + "vwxyz");  // no NUL inside the announced length
+    seen[0] = Request(fd);
+    EXPECT_TRUE(WriteAll(fd, Framed("{\"answer\":1}")));
+    seen[1] = Request(fd);
+    EXPECT_TRUE(WriteAll(fd, LengthWord(7) + std::string("ab\0cdef", 7)));  // text ends at the first NUL
+    seen[2] = Request(fd);
+    EXPECT_TRUE(WriteAll(fd, LengthWord(5) + "vwxyz"));  // no NUL inside the announced length
   });
   std::string reply = "old";
   EXPECT_EQ(JsonSendRequest(pair.client, "{\"q\":2}", reply, 5), kJsonOk);
@@ -89,22 +81,22 @@ TEST(JsonChannel, FramesRequestsAndRepliesBothWays) {
   EXPECT_EQ(reply, "ab");
   EXPECT_EQ(pair.Send(nullptr, reply), kJsonOk);
   EXPECT_EQ(reply, "vwxyz");
-  EXPECT_EQ(seen[0], LengthWord(8) + std::string("{\"q\":2}\0", 8));
-  EXPECT_EQ(seen[1], LengthWord(1) + std::string(1, '\0'));  // empty request: a 5-byte frame
+  EXPECT_EQ(seen[0], "{\"q\":2}");  // the reader checks the length word and the NUL
+  EXPECT_EQ(seen[1], "");  // empty request: a 5-byte frame
   EXPECT_EQ(seen[2], seen[1]);
 }
 
 // Each pass waits for the next piece as long as the request's time-out
 // allows, however long the daemon pauses.
 TEST(JsonChannel, ReplyInPiecesStillArrivesWhole) {
-  const std::string frame = FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"ST\":0,\"DA\":12345}]}}");
+  const std::string frame = Framed(Sip("{\"ST\":0,\"DA\":12345}"));
   SocketPair pair;
   pair.thread = std::thread([frame, fd = pair.peer] {
-    ReadFrame(fd);
+    Request(fd);
     // The length word itself is split as well.
     for (size_t at : {0, 2, 12, 22}) {
       if (at != 0) std::this_thread::sleep_for(std::chrono::milliseconds(at == 22 ? 10500 : 100));
-      WriteAll(fd, frame.substr(at, at == 22 ? std::string::npos : (at == 0 ? 2 : 10)));
+      EXPECT_TRUE(WriteAll(fd, frame.substr(at, at == 22 ? std::string::npos : (at == 0 ? 2 : 10))));
     }
   });
   std::string reply;
@@ -122,32 +114,31 @@ TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
     unsigned timeout = 5;
   } cases[] = {
       {"peer hangs up instead of replying",
-       [](SocketPair& p) { ReadFrame(p.peer); shutdown(p.peer, SHUT_RDWR); }, kJsonNotReadable},
+       [](SocketPair& p) { Request(p.peer); shutdown(p.peer, SHUT_RDWR); }, kJsonNotReadable},
       {"length word cut short",
-       [](SocketPair& p) { ReadFrame(p.peer); WriteAll(p.peer, LengthWord(9).substr(0, 2)); WaitUntilRead(p); },
+       [](SocketPair& p) { Answer(p.peer, LengthWord(9).substr(0, 2)); WaitUntilRead(p); },
        kJsonReadFailed},
       // Says 100 bytes, sends 6, then resets (the request is left unread).
       {"lying length word",
        [](SocketPair& p) {
          struct pollfd wait = {p.peer, POLLIN, 0};
          poll(&wait, 1, 5000);
-         WriteAll(p.peer, LengthWord(100) + "{\"SIP\"");
+         EXPECT_TRUE(WriteAll(p.peer, LengthWord(100) + "{\"SIP\""));
          WaitUntilRead(p);
        },
        kJsonReadFailed},
       // The rest comes, but later than the request's time-out allows.
       {"payload stalls past the time-out",
        [](SocketPair& p) {
-         ReadFrame(p.peer);
-         WriteAll(p.peer, LengthWord(3) + "{");
+         Answer(p.peer, LengthWord(3) + "{");
          std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-         WriteAll(p.peer, std::string("}\0", 2));
+         EXPECT_TRUE(WriteAll(p.peer, std::string("}\0", 2)));
        },
        kJsonReadFailed, 1},
       // 0xFFFFFFF0 + 20 wraps in 32 bits: neither a tiny buffer to overrun
       // nor a multi-gigabyte reservation.
-      {"length 0xFFFFFFF0", [](SocketPair& p) { ReadFrame(p.peer); WriteAll(p.peer, LengthWord(~15u) + "{}"); }, 17},
-      {"length 0x7FFFFFFF", [](SocketPair& p) { ReadFrame(p.peer); WriteAll(p.peer, LengthWord(~0u >> 1) + "{}"); }, 17},
+      {"length 0xFFFFFFF0", [](SocketPair& p) { Answer(p.peer, LengthWord(~15u) + "{}"); }, 17},
+      {"length 0x7FFFFFFF", [](SocketPair& p) { Answer(p.peer, LengthWord(~0u >> 1) + "{}"); }, 17},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -176,7 +167,7 @@ TEST(JsonChannel, IsFdReadyReportsEachOutcome) {
   EXPECT_EQ(IsFdReady(pair.client, POLLIN, 0), -4);
   EXPECT_EQ(IsFdReady(pair.client, POLLOUT, 100), POLLOUT);
   EXPECT_EQ(IsFdReady(pair.client, POLLIN, 50), -15);
-  WriteAll(pair.peer, "x");
+  ASSERT_TRUE(WriteAll(pair.peer, "x"));
   EXPECT_EQ(IsFdReady(pair.client, POLLIN, 100), POLLIN);
   EXPECT_EQ(IsFdReady(pair.client, POLLIN | POLLPRI, 100), -9);  // mask only partly shown
   pair.ClosePeer();
@@ -193,10 +184,9 @@ TEST(JsonChannel, InitBlockAndItsCommandOnTheWire) {
   SocketPair pair;
   std::string seen;
   pair.thread = std::thread([&seen, fd = pair.peer] {
-    seen = ReadFrame(fd);
-    WriteAll(fd, FakeAgentDaemon::InitOnly(seen));
-    ReadFrame(fd);
-    WriteAll(fd, FakeAgentDaemon::Frame("not json"));
+    seen = Request(fd);
+    EXPECT_TRUE(WriteAll(fd, FakeAgentDaemon::InitOnly(seen)));
+    Answer(fd, Framed("not json"));
   });
   EXPECT_TRUE(SendInitChannelCommand(pair.client, "Zentrix", kJsonRequestChannel, kChannelTimeout));
   // A daemon that answers nonsense still counts as done.
@@ -204,8 +194,7 @@ TEST(JsonChannel, InitBlockAndItsCommandOnTheWire) {
   pair.thread.join();
   std::string raw = "90,101,110,116,114,105,120";  // "Zentrix"
   for (int i = 7; i < 218; ++i) raw += "," + std::to_string(i == 65 ? pair.client & 0xFF : 0);
-  EXPECT_EQ(seen, FakeAgentDaemon::Frame("{\"SIP\":{\"V\":1,\"CMD\":[{\"OC\":65440,\"OE\":4352,\"CA\":0,\"DA\":{\"RAW\":[" +
-                                         raw + "]}}]}}"));
+  EXPECT_EQ(seen, Sip("{\"OC\":65440,\"OE\":4352,\"CA\":0,\"DA\":{\"RAW\":[" + raw + "]}}"));
   pair.ClosePeer();
   EXPECT_TRUE(SendInitChannelCommand(pair.client, "x", kJsonEventChannel, 5));
 }

@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/TestSupport.h"
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 const char* const kEmpty = "{\"SIP\":{\"V\":1,\"CMD\":[]}}";
-
-std::string Record(const std::string& command) { return "{\"SIP\":{\"V\":1,\"CMD\":[" + command + "]}}"; }
 
 TEST(SipJsonRequest, FillOrderReplaceAndRemove) {
   SipJson record;
@@ -26,19 +26,19 @@ TEST(SipJsonRequest, FillOrderReplaceAndRemove) {
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OC", 5, false));
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 0, true));
   EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 0, true));
-  EXPECT_EQ(record.Serialize(), Record("{\"OC\":5,\"CA\":0,\"OI\":4}"));
+  EXPECT_EQ(record.Serialize(), Sip("{\"OC\":5,\"CA\":0,\"OI\":4}"));
   SipJson::GenericValue number(3u);
   EXPECT_FALSE(SipJson::SetCmdElemValue(number, "OC", 1, false));
 
   // GetCmd pads the list and repairs a kept envelope without a usable list.
   record.SetCmdIndex(2);
   record.GetCmd();
-  EXPECT_EQ(record.Serialize(), Record("{\"OC\":5,\"CA\":0,\"OI\":4},{},{}"));
+  EXPECT_EQ(record.Serialize(), Sip("{\"OC\":5,\"CA\":0,\"OI\":4},{},{}"));
   for (const char* kept : {"{\"SIP\":{\"V\":1}}", "{\"SIP\":{\"V\":1,\"CMD\":[5]}}"}) {
     SipJson repaired;
     ASSERT_TRUE(repaired.ParseReply(kept));
     EXPECT_TRUE(SipJson::SetCmdElemValue(repaired.GetCmd(), "OC", 1, false));
-    EXPECT_EQ(repaired.Serialize(), Record("{\"OC\":1}")) << kept;
+    EXPECT_EQ(repaired.Serialize(), Sip("{\"OC\":1}")) << kept;
   }
 }
 
@@ -50,7 +50,7 @@ TEST(SipJsonElemValue, NumbersAndStrings) {
   };
   for (const auto& c : cases) {
     SipJson record;
-    ASSERT_TRUE(record.ParseReply(Record(std::string("{\"A\":") + c.first + "}")));
+    ASSERT_TRUE(record.ParseReply(Sip(std::string("{\"A\":") + c.first + "}")));
     EXPECT_EQ(record.GetCmdElemValue(0, "A", 99), c.second) << c.first;
   }
 }
@@ -92,7 +92,7 @@ class SipJsonDataEncoding : public ::testing::TestWithParam<DataCase> {};
 TEST_P(SipJsonDataEncoding, GettersReadEachEncoding) {
   const DataCase& c = GetParam();
   SipJson record;
-  ASSERT_TRUE(record.ParseReply(Record(std::string("{\"ST\":0,\"DA\":") + c.da + "}")));
+  ASSERT_TRUE(record.ParseReply(Sip(std::string("{\"ST\":0,\"DA\":") + c.da + "}")));
   EXPECT_EQ(record.GetCmdDataType(0), c.type);
   EXPECT_EQ(record.GetCmdDataSize(0), c.size);
   Bytes stream = {0xEE};
@@ -140,13 +140,13 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(SipJsonDataString, OffsetsIntoRawButNotIntoStrings) {
   SipJson record;
-  ASSERT_TRUE(record.ParseReply(Record("{\"DA\":{\"RAW\":[65,66,67]}}")));
+  ASSERT_TRUE(record.ParseReply(Sip("{\"DA\":{\"RAW\":[65,66,67]}}")));
   std::string text;
   EXPECT_TRUE(record.GetCmdDataString(0, text, 1));
   EXPECT_EQ(text, "BC");
   EXPECT_FALSE(record.GetCmdDataString(0, text, 3));
   EXPECT_EQ(text, "");  // cleared before the checks
-  ASSERT_TRUE(record.ParseReply(Record("{\"DA\":\"abc\"}")));
+  ASSERT_TRUE(record.ParseReply(Sip("{\"DA\":\"abc\"}")));
   text = "keep";
   EXPECT_FALSE(record.GetCmdDataString(0, text, 1));
   EXPECT_EQ(text, "keep");
@@ -160,24 +160,24 @@ TEST(SipJsonReplyData, StatusAndDataTypeDecide) {
   };
   for (const auto& c : cases) {
     SipJson record;
-    ASSERT_TRUE(record.ParseReply(Record(c.first)));
+    ASSERT_TRUE(record.ParseReply(Sip(c.first)));
     EXPECT_EQ(record.HasReplyData(), c.second) << c.first;
   }
 }
 
 TEST(SipJsonParse, OnlyAWellFormedVersionOneRecordIsKept) {
-  const std::string deep = Record("{\"ST\":0,\"DA\":" + std::string(100000, '[') + std::string(100000, ']') + "}");
+  const std::string deep = Sip("{\"ST\":0,\"DA\":" + std::string(100000, '[') + std::string(100000, ']') + "}");
   const std::string rejected[] = {
       "{\"SIP\":{\"V\":2,\"CMD\":[{\"ST\":0}]}}", "{\"SIP\":{\"V\":\"1\",\"CMD\":[{\"ST\":0}]}}",
       "{\"SIP\":{\"CMD\":[{\"ST\":0}]}}", "{\"SIP\":[1]}", "[{\"SIP\":{\"V\":1}}]", "not json", "",
-      Record("{\"ST\":0}") + " trailing", "{\"SIP\":{\"V\":1,\"CMD\":[{\"ST\":0}]",
+      Sip("{\"ST\":0}") + " trailing", "{\"SIP\":{\"V\":1,\"CMD\":[{\"ST\":0}]",
       deep,                       // nesting far past the limit: no stack overflow
       std::string(100000, '{'),  // unbalanced openers alone
-      Record("{\"ST\":0,\"DA\":7777172402e300}"),  // read as infinity, which cannot be written back
+      Sip("{\"ST\":0,\"DA\":7777172402e300}"),  // read as infinity, which cannot be written back
   };
   for (const std::string& text : rejected) {
     SipJson record;
-    ASSERT_TRUE(record.ParseReply(Record("{\"ST\":0,\"DA\":5}")));
+    ASSERT_TRUE(record.ParseReply(Sip("{\"ST\":0,\"DA\":5}")));
     EXPECT_FALSE(record.ParseReply(text)) << text.substr(0, 60);
     // Reset to an empty record that still serialises and reads no status.
     EXPECT_EQ(record.Serialize(), kEmpty) << text.substr(0, 60);
@@ -188,13 +188,13 @@ TEST(SipJsonParse, OnlyAWellFormedVersionOneRecordIsKept) {
   EXPECT_NE(bad.GetParseError(), 0);
 
   // Moderate nesting below the limit is kept and serialises back unchanged.
-  const std::string fine = Record("{\"ST\":0,\"DA\":" + std::string(100, '[') + std::string(100, ']') + "}");
+  const std::string fine = Sip("{\"ST\":0,\"DA\":" + std::string(100, '[') + std::string(100, ']') + "}");
   EXPECT_TRUE(bad.ParseReply(fine));
   EXPECT_EQ(bad.Serialize(), fine);
 }
 
 TEST(SipJsonParse, UsesTheGivenLengthNotTheTerminator) {
-  const std::string reply = Record("{\"ST\":0}");
+  const std::string reply = Sip("{\"ST\":0}");
   const std::string padded = reply + "GARBAGE";
   SipJson record;
   EXPECT_TRUE(record.ParseReply(padded.data(), reply.size()));

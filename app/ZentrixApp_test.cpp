@@ -9,22 +9,18 @@
 #include <fstream>
 #include <string>
 
+#include "tests/support/TestSupport.h"
+
 namespace fs = std::filesystem;
 
 TEST(ZentrixAppTest, OutputFilenameIsStampedOnceInLocalTime) {
   // Zones far from UTC: a UTC stamp, or a second stamp, shows.
-  const char* oldTz = getenv("TZ");
-  const std::string saved = oldTz ? oldTz : "";
-  setenv("TZ", "UTC-14", 1);
-  tzset();
+  ScopedEnv zone("TZ", "UTC-14");
   ZentrixApp app;
   const time_t now = time(nullptr);
   const std::string name = app.getOutputFilename();
-  setenv("TZ", "UTC+14", 1);
-  tzset();
+  zone.set("TZ", "UTC+14");
   const std::string again = app.getOutputFilename();
-  oldTz ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
-  tzset();
 
   EXPECT_EQ(again, name);
   struct tm parsed = {};

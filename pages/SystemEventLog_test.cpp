@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -12,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/CRegistry.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 #include "xml/CMarkup.h"
 
 namespace {
@@ -53,17 +52,11 @@ TEST(EventLogTextTest, CodeMovesItsHighByteUpTimeIsUtcAndSeverityMapsOrThrows) {
   for (const auto& c : codes) EXPECT_EQ(c.second, SystemEventLog::codeText(c.first)) << c.first;
 
   // A local zone far from UTC proves the breakdown ignores it.
-  const char* oldZone = std::getenv("TZ");
-  const std::string saved = oldZone != nullptr ? oldZone : "";
-  setenv("TZ", "XYZ+11", 1);
-  tzset();
+  ScopedEnv zone("TZ", "XYZ+11");
   const std::pair<int32_t, const char*> times[] = {{0, " <no date/no time> "},       {-1, " <no date/no time> "},
                                                    {INT32_MIN, " <no date/no time> "}, {1, "1970/01/01 00:00:01"},
                                                    {INT32_MAX, "2038/01/19 03:14:07"}};
   for (const auto& t : times) EXPECT_EQ(t.second, SystemEventLog::timeText(t.first)) << t.first;
-  if (oldZone != nullptr) setenv("TZ", saved.c_str(), 1);
-  else unsetenv("TZ");
-  tzset();
 
   const ComponentStatus severities[] = {{STATUS_NORMAL, "Info"}, {STATUS_WARNING, "Minor"},
                                         {STATUS_ERROR, "Major"}, {STATUS_ERROR, "Critical"}};

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/AgentSimulator.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -48,9 +48,7 @@ const char kNextRow[] = "\n          </tr>\n          <tr>";
 // The health page against the simulator with the given profile (a name or
 // inline JSON), and how often it asked the agent for a fresh RAID snapshot.
 std::string render(const std::string& profile, size_t* raidRefreshes = nullptr) {
-  AgentSimulator::Options options;
-  options.profile = profile;
-  AgentSimulator sim(options);
+  AgentSimulator sim({profile});
   std::string html = ZentrixHealth().renderContent();
   for (const std::string& request : sim.requests()) {
     if (raidRefreshes != nullptr) *raidRefreshes += request.find("\"OC\":8671") != std::string::npos;

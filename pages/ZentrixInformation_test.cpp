@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/AgentSimulator.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -38,9 +38,7 @@ TEST(InformationPageTest, MissingValuesDropTheirLinesAndOnlyTwoAddressesShow) {
         field("Host Name", "h") + end}},
   };
   for (const auto& c : cases) {
-    AgentSimulator::Options options;
-    options.profile = c.profile;
-    AgentSimulator sim(options);
+    AgentSimulator sim({c.profile});
     const std::string html = ZentrixInformation().renderContent();
     for (const std::string& part : c.parts) EXPECT_NE(std::string::npos, html.find(part)) << c.profile << part;
   }

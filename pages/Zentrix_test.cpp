@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -10,7 +9,7 @@
 #include "html/StatusIcons.h"
 #include "pages/ZentrixHealth.h"
 #include "pages/ZentrixInformation.h"
-#include "tests/support/AgentSimulator.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -32,16 +31,11 @@ std::string Between(const std::string& text, const std::string& open, const std:
 TEST(ZentrixDocumentTest, SkeletonStyleOrderLocalClockPagesAndNoFinalNewline) {
   AgentSimulator sim;  // the pages query the agent while rendering
   // A zone far from UTC, so a UTC clock shows.
-  const char* oldTz = getenv("TZ");
-  const std::string savedTz = oldTz ? oldTz : "";
-  setenv("TZ", "UTC-14", 1);
-  tzset();
+  ScopedEnv zone("TZ", "UTC-14");
   Zentrix document;
   const time_t before = time(nullptr);
   const std::string html = document.renderContent();
   const time_t after = time(nullptr);
-  oldTz ? setenv("TZ", savedTz.c_str(), 1) : unsetenv("TZ");
-  tzset();
 
   EXPECT_EQ(html.rfind(kHead, 0), 0u);
   ASSERT_GE(html.size(), sizeof kTail);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -74,10 +74,9 @@ std::vector<std::string> Lines(const std::string& text) {
 class DebugTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (const char* name : kTraceVariables) unsetenv(name);
+    for (const char* name : kTraceVariables) env_.unset(name);
     root_.makeDirs(kTraceDir);
   }
-  void TearDown() override { for (const char* name : kTraceVariables) unsetenv(name); }
 
   void Config(const std::string& file, const std::string& text) {
     root_.writeFile(kConfigDir + "/" + file, text);
@@ -98,6 +97,7 @@ class DebugTest : public ::testing::Test {
   std::string LogFile() const { return ScopedSystemRoot::readFile(TracePath("log.zentrix")); }
   std::string Ring() const { return ScopedSystemRoot::readFile(TracePath("log.zentrix_a")); }
 
+  ScopedEnv env_;
   ScopedSystemRoot root_;
 };
 
@@ -126,7 +126,7 @@ TEST_F(DebugTest, SettingsFromDefaultsFileAndEnvironment) {
     EXPECT_EQ(directory, debug.GetTraceDirectory());
   };
   // Read, but it never decides the directory.
-  setenv("OV_LOG_FILE_DIR", "/tmp/log-file-dir", 1);
+  env_.set("OV_LOG_FILE_DIR", "/tmp/log-file-dir");
   AppConfig("");
   check(&Setting::byDefault, root_.root() + kTraceDir);
 
@@ -142,14 +142,14 @@ TEST_F(DebugTest, SettingsFromDefaultsFileAndEnvironment) {
   check(&Setting::fromFile, "/from/file");
 
   for (const Setting& s : settings) {
-    if (*s.variable != '\0') setenv(s.variable, s.environment, 1);
+    if (*s.variable != '\0') env_.set(s.variable, s.environment);
   }
-  setenv("OV_LOG_RINGBUF_DIR", "/from/env", 1);
+  env_.set("OV_LOG_RINGBUF_DIR", "/from/env");
   check(&Setting::fromEnvironment, "/from/env");
 }
 
 TEST_F(DebugTest, EmptyConfigDirectoryIgnoresEvenTheEnvironment) {
-  setenv("OV_LOG_DEBUG_LEVEL", "3", 1);
+  env_.set("OV_LOG_DEBUG_LEVEL", "3");
   CDebug unconfigured;  // without the directory at all the environment counts
   unconfigured.ReadDebugConfig("Zentrix");
   EXPECT_EQ(3u, unconfigured.GetTraceLevel());
@@ -194,7 +194,7 @@ TEST_F(DebugTest, LogFileIsRecreatedAndTakesPrintAlwaysWhileTracingIsOff) {
 // second block boundary after the header.
 TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
   const uint64_t ringUnit = static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) * 256;
-  setenv("OV_LOG_RINGBUF_WEIGHT", "3", 1);  // the per-application weight beats it
+  env_.set("OV_LOG_RINGBUF_WEIGHT", "3");  // the per-application weight beats it
   struct { unsigned factor, weight; uint64_t size; bool keepsStart; } cases[] = {
       {1, 1, ringUnit, false},  // 1 MiB never has 1 MiB to spare for the start phase
       {3, 2, 4 * ringUnit, true},
@@ -203,7 +203,7 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     SCOPED_TRACE(c.factor);
     RingConfig(c.factor);
     const std::string weight = std::to_string(c.weight);
-    setenv("OV_LOG_RINGBUF_WEIGHT_ZENTRIX", weight.c_str(), 1);
+    env_.set("OV_LOG_RINGBUF_WEIGHT_ZENTRIX", weight);
     CDebug debug("Zentrix");
     ASSERT_EQ(c.size, debug.GetRingSize());
     debug.ForceMaxDebug(false);
@@ -298,7 +298,7 @@ TEST_F(DebugTest, LongMessageWholeInLargeRingCutInSmallRingAndLogFile) {
 
 TEST_F(DebugTest, LogFileWrapsBackToTheEndOfTheStartPhase) {
   AppConfig("MemoryTracesFlag=0");
-  setenv("OV_LOG_FILE_MAX_SIZE", "2000", 1);
+  env_.set("OV_LOG_FILE_MAX_SIZE", "2000");
   CDebug debug("Zentrix");
   debug.PrintAlways("\nstart-up line");
   debug.SetApplInitDone();
@@ -317,7 +317,7 @@ TEST_F(DebugTest, LogFileWrapsBackToTheEndOfTheStartPhase) {
 TEST_F(DebugTest, DynamicUpdateRereadsAChangedLevelAfterTheInterval) {
   Config("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=10\n[EndOfFile]\n");
   RingConfig(1, 1, 1);
-  setenv("OV_LOG_DEBUG_LEVEL", "2", 1);
+  env_.set("OV_LOG_DEBUG_LEVEL", "2");
   TestDebug debug;
   debug.SetClock([](time_t*) { return g_FakeNow; });
   g_FakeNow = 1000;
@@ -341,7 +341,7 @@ TEST_F(DebugTest, DynamicUpdateRereadsAChangedLevelAfterTheInterval) {
 
 TEST_F(DebugTest, ConcurrentPrintsKeepEveryRecordWhole) {
   RingConfig(2);
-  setenv("OV_LOG_FILE_MAX_SIZE", "100000000", 1);
+  env_.set("OV_LOG_FILE_MAX_SIZE", "100000000");
   CDebug debug("Zentrix");
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -367,10 +367,10 @@ TEST_F(DebugTest, ConcurrentPrintsKeepEveryRecordWhole) {
 // Cut at 255 characters, the directory part still inside the root.
 TEST_F(DebugTest, OverlongNamesAndDirectoriesAreCut) {
   std::string longDir = root_.root() + "/" + std::string(300, 'd');
-  setenv("OV_LOG_RINGBUF_DIR", longDir.c_str(), 1);
-  setenv("OV_LOG_DEBUG_LEVEL", "1", 1);
-  setenv("TraceFileLimit", "1", 1);
-  setenv("OV_LOG_RINGBUF_WEIGHT", "1", 1);
+  env_.set("OV_LOG_RINGBUF_DIR", longDir);
+  env_.set("OV_LOG_DEBUG_LEVEL", "1");
+  env_.set("TraceFileLimit", "1");
+  env_.set("OV_LOG_RINGBUF_WEIGHT", "1");
   CDebug debug(std::string(400, 'N').c_str());
   for (const char* path : {debug.GetTraceDirectory(), debug.GetLogFilePath(), debug.GetRingBufferPath()}) {
     EXPECT_EQ(255u, strlen(path));

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "runtime/CRegistry.h"
 #include "runtime/CSetupPaths.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TestSupport.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -34,11 +36,6 @@ void* SpinUntilCancelled(void* arg) {
     pthread_testcancel();
     sched_yield();
   }
-}
-
-bool WaitUntil(const std::atomic<bool>& flag) {
-  for (int i = 0; i < 5000 && !flag.load(); ++i) std::this_thread::sleep_for(1ms);
-  return flag.load();
 }
 
 TEST(CThreadTest, StartRefusesBadAttributesAndAJoinableThreadIsJoinedOnce) {
@@ -79,7 +76,7 @@ TEST(CThreadTest, KillOnDetachedThreadThatEndedOrStillRuns) {
     std::atomic<bool> ran{false};
     CThread thread;
     ASSERT_TRUE(thread.Start(SetFlag, &ran, 0, false, 0, 0, false));
-    ASSERT_TRUE(WaitUntil(ran));
+    ASSERT_TRUE(WaitUntil([&] { return ran.load(); }, 5000));
     std::this_thread::sleep_for(50ms);  // let it leave the routine
     EXPECT_FALSE(thread.WaitForTermination());  // a detached thread cannot be joined
     EXPECT_TRUE(thread.Kill(0));
@@ -89,7 +86,7 @@ TEST(CThreadTest, KillOnDetachedThreadThatEndedOrStillRuns) {
   CThread thread;
   ASSERT_TRUE(thread.Start(SpinUntilCancelled, &unwound, 0, false, 0, 0, false));
   EXPECT_TRUE(thread.Kill(0));
-  EXPECT_TRUE(WaitUntil(unwound)) << "the cancelled thread never unwound";
+  EXPECT_TRUE(WaitUntil([&] { return unwound.load(); }, 5000)) << "the cancelled thread never unwound";
 }
 
 }  // namespace

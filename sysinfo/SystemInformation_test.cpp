@@ -9,7 +9,7 @@
 
 #include "agent/SipJson.h"
 #include "sysinfo/ComponentStatusPrinter.h"
-#include "tests/support/AgentSimulator.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -41,12 +41,7 @@ using Lines = std::vector<std::string>;
 
 // One simulated agent serving `profileJson`.
 struct Agent {
-  explicit Agent(const std::string& profileJson) : sim(Options(profileJson)) {}
-  static AgentSimulator::Options Options(const std::string& profileJson) {
-    AgentSimulator::Options options;
-    options.profile = profileJson;
-    return options;
-  }
+  explicit Agent(const std::string& profileJson) : sim({profileJson}) {}
 
   // The first command of every request `call` made, reduced to the members
   // in `keys` that it carries, e.g. "OC=0x0301 OI=2 CA=7".

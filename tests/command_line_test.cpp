@@ -2,21 +2,17 @@
 // agent simulator and checks what a user sees (console text, exit status, the
 // files left behind) and what the agent received.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
 
-#include "tests/support/AgentSimulator.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace fs = std::filesystem;
 
@@ -31,31 +27,23 @@ const std::string kClearing = "\nClearing Driver Monitor status for all componen
 const std::string kGenerating = "\nGenerating HTML report...";
 
 std::string Written(const std::string& path) { return "\nSuccessfuly write HTML file \"" + path + "\"\n"; }
-std::string Quote(const std::string& text) { return "'" + text + "'"; }
 
 // "Zentrix_<YYYYmmddHHMMSS>.html"; its exact stamp is the app's unit test's business.
 bool IsDefaultReportName(const std::string& name) { return std::regex_match(name, std::regex(R"(Zentrix_\d{14}\.html)")); }
 
 class CommandLineTest : public ::testing::Test {
  protected:
-  void SetUp() override { fs::create_directories(work_); }
-
   // Runs the binary with exactly `args` (empty ones included) in the work
-  // directory, with `pathPrefix` in front of PATH; a hung run is ended after
-  // 30 seconds. The exit status is -1 when the process did not exit normally.
+  // directory, with `pathPrefix` in front of PATH; the exit status is -1 when
+  // the process did not exit normally (a hung run is ended after 30 seconds).
   std::pair<int, std::string> Run(const std::vector<std::string>& args, const std::string& pathPrefix = "") {
-    std::string command = "cd " + Quote(work_) + " && ";
-    if (!pathPrefix.empty()) command += "PATH=" + Quote(pathPrefix + ":" + getenv("PATH")) + " ";
-    command += std::string("timeout 30 ") + ZX_ZENTRIX_BIN;
-    for (const std::string& a : args) command += " " + Quote(a);
-    std::pair<int, std::string> result{-1, ""};
-    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr) return result;
-    char buffer[4096];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.second.append(buffer, n);
-    const int status = pclose(pipe);
-    if (status != -1 && WIFEXITED(status)) result.first = WEXITSTATUS(status);
-    return result;
+    ProgramRun::Options options;
+    options.workDir = work_;
+    if (!pathPrefix.empty()) options.env = {"PATH=" + pathPrefix + ":" + getenv("PATH")};
+    std::vector<std::string> argv = {ZX_ZENTRIX_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    const ProgramRun::Outcome run = RunProgram(argv, options);
+    return {run.exitStatus, run.out};
   }
 
   std::vector<std::string> Entries() const {
@@ -71,7 +59,7 @@ class CommandLineTest : public ::testing::Test {
   }
 
   AgentSimulator sim_;  // records every request it receives
-  const std::string work_ = sim_.path("/work");
+  const std::string work_ = sim_.makeDirs("/work");
 };
 
 }  // namespace
@@ -118,11 +106,11 @@ TEST_F(CommandLineTest, NoArgumentsWritesTimestampedReportInWorkingDirectory) {
 
 TEST_F(CommandLineTest, CaseInsensitiveSwitchesWriteNamedFileAndStartBrowser) {
   // A stand-in browser opener that records its arguments.
-  const std::string bin = sim_.path("/fakebin");
-  fs::create_directories(bin);
-  std::ofstream(bin + "/xdg-open") << "#!/bin/sh\nprintf '%s|' \"$@\" >> \"" << work_ << "/opened.txt\"\n";
-  fs::permissions(bin + "/xdg-open", fs::perms::owner_all);
-  EXPECT_EQ(Run({"-OUTPUT", "my report.html", "-AutoStart"}, bin), std::make_pair(0, kGenerating + Written("my report.html")));
+  const std::string opener =
+      sim_.writeFile("/fakebin/xdg-open", "#!/bin/sh\nprintf '%s|' \"$@\" >> \"" + work_ + "/opened.txt\"\n");
+  fs::permissions(opener, fs::perms::owner_all);
+  EXPECT_EQ(Run({"-OUTPUT", "my report.html", "-AutoStart"}, sim_.path("/fakebin")),
+            std::make_pair(0, kGenerating + Written("my report.html")));
   EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/opened.txt"), "my report.html|");  // one quoted argument
   EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/my report.html").rfind("<!DOCTYPE html>", 0), 0u);
 
@@ -161,21 +149,17 @@ TEST_F(CommandLineTest, StatusResetIsSentAndItsOutcomeReportedBeforeTheReport) {
 // A cron job and an administrator may start traced runs at the same moment;
 // neither may die because the other one owns the trace files.
 TEST_F(CommandLineTest, TwoTracedRunsAtOnceBothWriteTheirReports) {
-  const std::string trace = sim_.path("/trace"), zentrix = std::string(" timeout 30 ") + ZX_ZENTRIX_BIN;
-  fs::create_directories(trace);
-  const std::string rounds = "cd " + Quote(work_) +
-                             " && export OV_LOG_DEBUG_LEVEL=4 TraceFileLimit=1 OV_LOG_RINGBUF_WEIGHT=1 OV_LOG_RINGBUF_DIR=" +
-                             Quote(trace) + " && for r in $(seq 20); do" + zentrix + " -output a$r.html >/dev/null 2>&1 &" +
-                             zentrix + " -output b$r.html >/dev/null 2>&1; b=$?; wait $!; echo $? $b; done";
-  std::string statuses;
-  FILE* pipe = popen(rounds.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  char buffer[256];
-  for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) statuses.append(buffer, n);
-  pclose(pipe);
+  ProgramRun::Options traced;
+  traced.workDir = work_;
+  traced.env = {"OV_LOG_DEBUG_LEVEL=4", "TraceFileLimit=1", "OV_LOG_RINGBUF_WEIGHT=1",
+                "OV_LOG_RINGBUF_DIR=" + sim_.makeDirs("/trace"), std::string("ZENTRIX=") + ZX_ZENTRIX_BIN};
+  traced.timeLimitMs = 0;  // each run has its own limit
+  const std::string zentrix = " timeout 30 \"$ZENTRIX\" -output ";
+  const std::string rounds = "for r in $(seq 20); do" + zentrix + "a$r.html >/dev/null 2>&1 &" + zentrix +
+                             "b$r.html >/dev/null 2>&1; b=$?; wait $!; echo $? $b; done";
   std::string allZero;
   for (int r = 0; r < 20; ++r) allZero += "0 0\n";
-  EXPECT_EQ(statuses, allZero);
+  EXPECT_EQ(RunProgram({"/bin/sh", "-c", rounds}, traced).out, allZero);
   const std::vector<std::string> reports = Entries();
   EXPECT_EQ(reports.size(), 40u);
   for (const std::string& name : reports) {

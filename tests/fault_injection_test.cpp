@@ -10,9 +10,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <linux/capability.h>
@@ -20,16 +17,13 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "tests/support/AgentSimulator.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 namespace {
@@ -53,43 +47,18 @@ std::string WithoutTimestamp(std::string html) {
   return html;
 }
 
-bool WaitFor(const std::function<bool()>& condition, milliseconds limit) {
-  const auto deadline = Clock::now() + limit;
-  while (!condition()) {
-    if (Clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(milliseconds(20));
-  }
-  return true;
-}
+using Outcome = ProgramRun::Outcome;
 
-struct Outcome {
-  int exitStatus = -1;  // valid when the program exited
-  int signal = 0;       // the signal that ended it, if any
-  std::string out;
-  double seconds = 0;
-};
+std::vector<std::string> ReportCommand(const std::string& output) { return {ZX_ZENTRIX_BIN, "-output", output}; }
 
-// "zentrix -output <output>" as a child process with standard output captured
-// in a file; ZENTRIX_ROOT (the simulator's root) is inherited. It may write at
-// most `fileSizeLimit` bytes to any file (0: no limit), with the size-limit
-// signal ignored so writes fail the way a full disk makes them fail. Started
-// `withoutModeOverride`, root lacks the capabilities that override file
-// modes, so socket permissions apply as they do to an ordinary user.
-class ProgramRun {
- public:
-  ProgramRun(const std::string& output, const std::string& scratchDir, rlim_t fileSizeLimit = 0,
-             bool withoutModeOverride = false)
-      : outPath_(scratchDir + "/zentrix.stdout"), started_(Clock::now()) {
-    pid_ = fork();
-    if (pid_ != 0) return;
-    const int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int null = open("/dev/null", O_WRONLY);
-    if (out < 0 || null < 0) _exit(125);
-    dup2(out, 1);
-    dup2(null, 2);
-    struct rlimit noCore = {0, 0};  // a deliberate abort leaves no core file
-    setrlimit(RLIMIT_CORE, &noCore);
-    alarm(30);  // a hung run ends with SIGALRM
+// Limits for a run: it may write at most `fileSizeLimit` bytes to any file (0:
+// no limit), with the size-limit signal ignored so writes fail the way a full
+// disk makes them fail. Started `withoutModeOverride`, root lacks the
+// capabilities that override file modes, so socket permissions apply as they
+// do to an ordinary user. ZENTRIX_ROOT (the simulator's root) is inherited.
+ProgramRun::Options Limits(rlim_t fileSizeLimit, bool withoutModeOverride = false) {
+  ProgramRun::Options options;
+  options.inChild = [fileSizeLimit, withoutModeOverride] {
     if (fileSizeLimit != 0) {
       signal(SIGXFSZ, SIG_IGN);
       struct rlimit limit = {fileSizeLimit, fileSizeLimit};
@@ -101,44 +70,9 @@ class ProgramRun {
          prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0) != 0)) {
       _exit(126);
     }
-    execl(ZX_ZENTRIX_BIN, ZX_ZENTRIX_BIN, "-output", output.c_str(), static_cast<char*>(nullptr));
-    _exit(127);
-  }
-
-  ~ProgramRun() {
-    if (pid_ > 0 && !reaped_) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-  }
-
-  bool running() {
-    int status = 0;
-    if (!reaped_ && waitpid(pid_, &status, WNOHANG) == pid_) Record(status);
-    return !reaped_;
-  }
-
-  Outcome wait() {
-    int status = 0;
-    if (!reaped_ && waitpid(pid_, &status, 0) == pid_) Record(status);
-    outcome_.out = ReadFile(outPath_);
-    return outcome_;
-  }
-
- private:
-  void Record(int status) {
-    reaped_ = true;
-    outcome_.seconds = std::chrono::duration<double>(Clock::now() - started_).count();
-    if (WIFEXITED(status)) outcome_.exitStatus = WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
-  }
-
-  std::string outPath_;
-  Clock::time_point started_;
-  pid_t pid_ = -1;
-  bool reaped_ = false;
-  Outcome outcome_;
-};
+  };
+  return options;
+}
 
 // The run ended by itself (not killed) with `status`, having printed exactly `out`.
 void ExpectEnded(const Outcome& outcome, int status, const std::string& out) {
@@ -149,13 +83,15 @@ void ExpectEnded(const Outcome& outcome, int status, const std::string& out) {
 
 class FaultInjectionTest : public ::testing::Test {
  protected:
-  Outcome Run(bool withoutModeOverride = false) { return ProgramRun(path_, sim_.root(), 0, withoutModeOverride).wait(); }
+  Outcome Run(bool withoutModeOverride = false) {
+    return RunProgram(ReportCommand(path_), Limits(0, withoutModeOverride));
+  }
   std::string Written() const { return kGenerating + "\nSuccessfuly write HTML file \"" + path_ + "\"\n"; }
 
   // A clean run against the same daemon, for comparison.
   std::string CleanReport() {
     const std::string clean = sim_.path("/clean.html");
-    EXPECT_EQ(ProgramRun(clean, sim_.root()).wait().exitStatus, 0);
+    EXPECT_EQ(RunProgram(ReportCommand(clean)).exitStatus, 0);
     return WithoutTimestamp(ReadFile(clean));
   }
 
@@ -236,11 +172,10 @@ TEST_F(FaultInjectionReplyTest, BadReplyLosesItsValueOrTheRestOfItsPage) {
 // fails at once, and the report is written with what arrived before.
 TEST_F(FaultInjectionReplyTest, ConnectionClosedMidReply) {
   ASSERT_TRUE(sim_.control("fault split 2 3000 " + kHostNameOc));
-  ProgramRun run(path_, sim_.root());
+  ProgramRun run(ReportCommand(path_));
   const std::string hostRequest = "\"OC\":" + std::to_string(0xE107);
   const auto hostAsked = [&](const std::string& request) { return request.find(hostRequest) != std::string::npos; };
-  ASSERT_TRUE(WaitFor([&] { const auto r = sim_.requests(); return std::any_of(r.begin(), r.end(), hostAsked); },
-                      milliseconds(10000)));
+  ASSERT_TRUE(WaitUntil([&] { const auto r = sim_.requests(); return std::any_of(r.begin(), r.end(), hostAsked); }));
   std::this_thread::sleep_for(milliseconds(300));  // the first half is on its way
   ASSERT_TRUE(sim_.restart());
   const Outcome outcome = run.wait();
@@ -293,7 +228,7 @@ class FaultInjectionDaemonTest : public FaultInjectionTest {};
 // fails at once and the report is written with what arrived before the kill.
 TEST_F(FaultInjectionDaemonTest, KilledDuringTheRunLeavesAReportWithoutTheRest) {
   ASSERT_TRUE(sim_.control("delay 50"));
-  ProgramRun run(path_, sim_.root());
+  ProgramRun run(ReportCommand(path_));
   ASSERT_TRUE(sim_.waitForRequests(5));
   EXPECT_EQ(sim_.terminate(SIGKILL), 128 + SIGKILL);
   const Outcome outcome = run.wait();
@@ -307,7 +242,7 @@ TEST_F(FaultInjectionDaemonTest, KilledDuringTheRunLeavesAReportWithoutTheRest) 
 TEST_F(FaultInjectionDaemonTest, StalePidFileKeepsTheClientWaitingUntilRemoved) {
   EXPECT_EQ(sim_.terminate(SIGKILL), 128 + SIGKILL);
   ASSERT_TRUE(fs::exists(pidFile_));
-  ProgramRun run(path_, sim_.root());
+  ProgramRun run(ReportCommand(path_));
   std::this_thread::sleep_for(milliseconds(2500));
   EXPECT_TRUE(run.running()) << "the client should wait for a daemon whose pid file exists";
   fs::remove(pidFile_);
@@ -318,7 +253,7 @@ TEST_F(FaultInjectionDaemonTest, StalePidFileKeepsTheClientWaitingUntilRemoved) 
 TEST_F(FaultInjectionDaemonTest, DaemonBackWithinTheWaitGivesTheWholeReport) {
   const std::string clean = CleanReport();
   ASSERT_TRUE(sim_.control("stop-sockets"));  // the pid file stays
-  ProgramRun run(path_, sim_.root());
+  ProgramRun run(ReportCommand(path_));
   std::this_thread::sleep_for(milliseconds(1500));
   ASSERT_TRUE(run.running());
   ASSERT_TRUE(sim_.start());
@@ -363,7 +298,7 @@ TEST_F(FaultInjectionOutputTest, DirectoryRemovedBetweenProbeAndWrite) {
   ASSERT_TRUE(sim_.control("delay 5"));
   const std::string dir = sim_.path("/out"), path = dir + "/report.html";
   fs::create_directories(dir);
-  ProgramRun run(path, sim_.root());
+  ProgramRun run(ReportCommand(path));
   ASSERT_TRUE(sim_.waitForRequests(1));  // the probe has run
   EXPECT_TRUE(fs::exists(path));
   fs::remove_all(dir);
@@ -383,7 +318,7 @@ TEST_F(FaultInjectionOutputTest, DiskFullTruncatesTheReport) {
   // A small file system of its own; without the right to mount one, a file
   // size limit makes the write fail with EFBIG instead of ENOSPC.
   const bool mounted = mount("tmpfs", dir.c_str(), "tmpfs", 0, ("size=" + std::to_string(kSpace)).c_str()) == 0;
-  const Outcome run = ProgramRun(path, sim_.root(), mounted ? 0 : kSpace).wait();
+  const Outcome run = RunProgram(ReportCommand(path), Limits(mounted ? 0 : kSpace));
   const std::string written = WithoutTimestamp(ReadFile(path));
   if (mounted) umount2(dir.c_str(), MNT_DETACH);
   ExpectEnded(run, 0, kGenerating + "\nSuccessfuly write HTML file \"" + path + "\"\n");
@@ -398,9 +333,7 @@ TEST_F(FaultInjectionOutputTest, DiskFullTruncatesTheReport) {
 // Listens at `path`, in place of the daemon's socket, but never accepts, and
 // fills the queue; returns the descriptors to close.
 std::vector<int> HangSocket(const std::string& path) {
-  struct sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  const sockaddr_un address = UnixAddress(path);
   const auto* raw = reinterpret_cast<const struct sockaddr*>(&address);
   fs::remove(path);
   std::vector<int> fds = {socket(AF_UNIX, SOCK_STREAM, 0)};

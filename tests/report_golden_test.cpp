@@ -13,8 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "pages/Zentrix.h"
-#include "tests/support/AgentSimulator.h"
-#include "tests/support/ScopedSystemRoot.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -39,10 +38,7 @@ std::string firstDifference(const std::string& golden, const std::string& actual
 class ReportGoldenTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(ReportGoldenTest, RendersExactlyTheCheckedInReport) {
-  AgentSimulator::Options options;
-  options.profile = GetParam();
-  options.record = false;
-  AgentSimulator sim(options);
+  AgentSimulator sim({GetParam(), {}, false});
   const std::string html = maskClock(Zentrix().renderContent());
   ASSERT_NE(std::string::npos, html.find(kClockMask));
 

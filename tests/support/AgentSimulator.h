@@ -1,18 +1,22 @@
 #pragma once
 
-#include <string>
 #include <sys/types.h>
+
+#include <memory>
+#include <string>
 #include <vector>
 
-// Runs the agent simulator (tools/agent-sim) as a child process under a fresh
-// temporary system root, so a test talks to a daemon that behaves like the
+#include "tests/support/ProgramRun.h"
+#include "tests/support/ScopedSystemRoot.h"
+
+// Runs the agent simulator (tools/agent-sim) as a child process under its own
+// scratch system root, so a test talks to a daemon that behaves like the
 // real one without touching /dev or /var.
 //
-// Construction creates the root, sets ZENTRIX_ROOT in this process (the
-// client's CSystemRoot then resolves /dev/omadsj etc. into it), starts the
+// Construction makes the root (ZENTRIX_ROOT, see ScopedSystemRoot), starts the
 // simulator and waits (bounded) until its sockets accept connections.
-// Destruction stops the process (SIGTERM, then SIGKILL), reaps it, removes
-// the root and restores the previous ZENTRIX_ROOT.
+// Destruction stops the process (SIGTERM, then SIGKILL) and reaps it before
+// the root goes.
 //
 //   AgentSimulator sim;                       // typical.json, recording on
 //   ... run the client ...
@@ -21,7 +25,7 @@
 //   sim.control("event");                    // push one event frame
 //
 // The control commands are listed in tools/agent-sim/README.md.
-class AgentSimulator {
+class AgentSimulator : public ScopedSystemRoot {
  public:
   struct Options {
     // A name of tools/agent-sim/profiles ("typical", "empty", "degraded"),
@@ -30,7 +34,7 @@ class AgentSimulator {
     std::string profile = "typical";
     // Extra command-line arguments for agent-sim ("--event-interval", "200",
     // "--fault", "close count=1", ...).
-    std::vector<std::string> args;
+    std::vector<std::string> args = {};
     // Record every received request (see requests()).
     bool record = true;
     // Upper bound for every wait of the launcher (start, stop, control).
@@ -40,27 +44,21 @@ class AgentSimulator {
   AgentSimulator();
   explicit AgentSimulator(Options options);
   ~AgentSimulator();
-  AgentSimulator(const AgentSimulator&) = delete;
-  AgentSimulator& operator=(const AgentSimulator&) = delete;
 
-  // The temporary system root (also the value of ZENTRIX_ROOT).
-  const std::string& root() const { return root_; }
-  // root() + absolutePath.
-  std::string path(const std::string& absolutePath) const { return root_ + absolutePath; }
-  pid_t pid() const { return pid_; }
+  pid_t pid() const { return process_ ? process_->pid() : -1; }
 
   // True while the process lives and the daemon is "up" (pid file and
   // sockets present, i.e. not stopped with stop()).
   bool running() const;
   // Daemon stop: the simulator removes its pid file and sockets and drops
   // every connection, but the process (and its control channel) stays.
-  bool stop();
+  bool stop() { return control("stop"); }
   // Daemon start after stop(): pid file and sockets are created again.
-  bool start();
+  bool start() { return control("start"); }
   bool restart() { return stop() && start(); }
 
   // Sends one control command; true when the simulator answered "ok".
-  bool control(const std::string& command);
+  bool control(const std::string& command) { return query(command).compare(0, 2, "ok") == 0; }
   // Sends one control command and returns the whole answer line (without
   // the line end); empty when the control channel could not be reached.
   std::string query(const std::string& command) const;
@@ -83,14 +81,9 @@ class AgentSimulator {
 
  private:
   bool launch();
-  // Polls `status` until `key` reads at least `atLeast`.
-  bool waitForStatus(const std::string& key, long atLeast);
-  std::string profilePath() const;
+  long statusField(const std::string& key) const;
 
   Options options_;
-  std::string root_;
   std::string recordFile_;
-  pid_t pid_ = -1;
-  bool hadOldRoot_ = false;
-  std::string oldRoot_;
+  std::unique_ptr<ProgramRun> process_;
 };

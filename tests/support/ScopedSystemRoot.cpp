@@ -1,28 +1,24 @@
 #include "tests/support/ScopedSystemRoot.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <filesystem>
 
 #include "runtime/CSystemRoot.h"
 
 namespace fs = std::filesystem;
 
 ScopedSystemRoot::ScopedSystemRoot() {
-  const char* old = std::getenv(CSystemRoot::kEnvironmentVariable);
-  hadOld_ = old != nullptr;
-  if (hadOld_) old_ = old;
-  std::string pattern = (fs::temp_directory_path() / "zentrix-root-XXXXXX").string();
+  // Short and fixed on purpose: socket paths below it must fit into sockaddr_un.
+  std::string pattern = "/tmp/zxroot-XXXXXX";
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   root_ = pattern;
-  setenv(CSystemRoot::kEnvironmentVariable, root_.c_str(), 1);
+  env_.set(CSystemRoot::kEnvironmentVariable, root_);
 }
 
 ScopedSystemRoot::~ScopedSystemRoot() {
-  if (hadOld_) setenv(CSystemRoot::kEnvironmentVariable, old_.c_str(), 1);
-  else unsetenv(CSystemRoot::kEnvironmentVariable);
   std::error_code ignored;
   fs::remove_all(root_, ignored);
 }
@@ -36,8 +32,7 @@ std::string ScopedSystemRoot::makeDirs(const std::string& absoluteDir) const {
 std::string ScopedSystemRoot::writeFile(const std::string& absolutePath, const std::string& content) const {
   std::string full = root_ + absolutePath;
   fs::create_directories(fs::path(full).parent_path());
-  std::ofstream out(full, std::ios::binary | std::ios::trunc);
-  out << content;
+  std::ofstream(full, std::ios::binary | std::ios::trunc) << content;
   return full;
 }
 

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "tests/support/ScopedEnv.h"
+
 // A fresh temporary directory installed as ZENTRIX_ROOT for the lifetime of
 // the object; the previous value is restored and the directory removed on
 // destruction.
@@ -13,7 +15,9 @@ class ScopedSystemRoot {
   ScopedSystemRoot& operator=(const ScopedSystemRoot&) = delete;
 
   const std::string& root() const { return root_; }
-  // root() + absolutePath, with parent directories created.
+  // root() + absolutePath.
+  std::string path(const std::string& absolutePath) const { return root_ + absolutePath; }
+  // root() + absoluteDir, with parent directories created.
   std::string makeDirs(const std::string& absoluteDir) const;
   // Writes a file below the root (parents created); returns its full path.
   std::string writeFile(const std::string& absolutePath, const std::string& content) const;
@@ -21,6 +25,5 @@ class ScopedSystemRoot {
 
  private:
   std::string root_;
-  bool hadOld_ = false;
-  std::string old_;
+  ScopedEnv env_;
 };

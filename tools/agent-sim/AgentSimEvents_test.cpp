@@ -2,12 +2,12 @@
 // back while clients hold connections.
 #include <signal.h>
 
+#include <filesystem>
 #include <memory>
 
 #include <gtest/gtest.h>
 
-#include "TestClient.h"
-#include "tests/support/AgentSimulator.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
 
@@ -78,7 +78,7 @@ TEST_F(AgentSimEventsTest, MalformedEventFramesOnDemand) {
 }
 
 TEST(AgentSimTimedEventsTest, PushesOnTheIntervalFromTheCommandLine) {
-  AgentSimulator sim(AgentSimulator::Options{"typical", {"--event-interval", "30"}, false, 10000});
+  AgentSimulator sim({"typical", {"--event-interval", "30"}, false});
   TestClient channel(sim.path("/dev/omadaj"));
   channel.Init(0x1200);
   EXPECT_EQ(channel.ReadFrame(3000).value_or(""), kProfileEvents[0]);
@@ -93,8 +93,8 @@ TEST_F(AgentSimEventsTest, StopDropsClientsAndStartServesAgain) {
   EXPECT_TRUE(channel->ClosedByPeer(2000));
   EXPECT_TRUE(requests.ClosedByPeer(2000));
   for (const char* gone : {"/var/run/omad.pid", "/dev/omads", "/dev/omadsj", "/dev/omadaj"})
-    EXPECT_FALSE(Exists(sim_.path(gone))) << gone;
-  EXPECT_TRUE(Exists(sim_.path("/usr/sbin/omad")));  // stopped, not uninstalled
+    EXPECT_FALSE(std::filesystem::exists(sim_.path(gone))) << gone;
+  EXPECT_TRUE(std::filesystem::exists(sim_.path("/usr/sbin/omad")));  // stopped, not uninstalled
 
   ASSERT_TRUE(sim_.start());
   auto again = Register();
@@ -105,8 +105,8 @@ TEST_F(AgentSimEventsTest, StopDropsClientsAndStartServesAgain) {
 
   // A daemon half-way up: running by its pid file, sockets not yet there.
   ASSERT_TRUE(sim_.control("stop-sockets"));
-  EXPECT_TRUE(Exists(sim_.path("/var/run/omad.pid")));
-  EXPECT_FALSE(Exists(sim_.path("/dev/omadsj")));
+  EXPECT_TRUE(std::filesystem::exists(sim_.path("/var/run/omad.pid")));
+  EXPECT_FALSE(std::filesystem::exists(sim_.path("/dev/omadsj")));
 }
 
 }  // namespace

@@ -2,21 +2,21 @@
 // its own life cycle. Reply details are checked in Responder_test.cpp; here
 // what only the running server can get wrong. Each test has its own root.
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <thread>
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <rapidjson/pointer.h>
 
-#include "TestClient.h"
-#include "tests/support/AgentSimulator.h"
+#include "tests/support/TestSupport.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 const char* const kDaemonFiles[] = {"/usr/sbin/omad", "/var/run/omad.pid", "/dev/omads", "/dev/omadsj",
                                     "/dev/omadaj", "/run/agent-sim.ctl"};
@@ -27,7 +27,7 @@ const std::string kFansReply = Sip(R"({"OC":768,"CA":0,"ST":0,"DA":6})");
 TEST(AgentSimServeTest, InitProfileAndRuntimeValues) {
   AgentSimulator sim;
   ASSERT_TRUE(sim.running());
-  for (const char* file : kDaemonFiles) EXPECT_TRUE(Exists(sim.path(file))) << file;
+  for (const char* file : kDaemonFiles) EXPECT_TRUE(fs::exists(sim.path(file))) << file;
   TestClient client(sim.path("/dev/omadsj"));
 
   // The init reply carries the simulator's own descriptor of this connection.
@@ -56,7 +56,7 @@ TEST(AgentSimServeTest, InitProfileAndRuntimeValues) {
 }
 
 TEST(AgentSimServeTest, RecordsEveryRequestTextExactly) {
-  AgentSimulator sim(AgentSimulator::Options{"empty", {}, true, 10000});
+  AgentSimulator sim({"empty"});
   TestClient client(sim.path("/dev/omadsj"));
   const std::vector<std::string> texts = {kFans, "{ \"spaced\" : true }", "not json",
                                           Sip(R"({"OC":6154,"DA":1,"ST":0,"CA":0})")};
@@ -68,13 +68,13 @@ TEST(AgentSimServeTest, RecordsEveryRequestTextExactly) {
 TEST(AgentSimServeTest, SurvivesHostilePeers) {
   AgentSimulator sim;
   TestClient liar(sim.path("/dev/omadsj"));
-  ASSERT_TRUE(liar.SendBytes(WithLength(0xFFFFFFFF, "{}")));
+  ASSERT_TRUE(liar.SendBytes(LengthWord(0xFFFFFFFF) + "{}"));
   EXPECT_TRUE(liar.ClosedByPeer(2000)) << "a 4 GB frame must not be waited for";
   TestClient empty(sim.path("/dev/omadsj"));
-  ASSERT_TRUE(empty.SendBytes(WithLength(0, "")));
+  ASSERT_TRUE(empty.SendBytes(LengthWord(0)));
   EXPECT_EQ(empty.ReadFrame().value_or(""), Sip(""));
   TestClient noNul(sim.path("/dev/omadsj"));
-  ASSERT_TRUE(noNul.SendBytes(WithLength(kFans.size(), kFans)));
+  ASSERT_TRUE(noNul.SendBytes(LengthWord(kFans.size()) + kFans));
   EXPECT_EQ(noNul.ReadFrame().value_or(""), kFansReply);
   TestClient(sim.path("/dev/omadsj")).SendBytes(Framed(kFans));  // gone before the reply
   TestClient classic(sim.path("/dev/omads"));
@@ -108,7 +108,7 @@ TEST(AgentSimServeTest, ServesClientsSideBySide) {
 }
 
 TEST(AgentSimServeTest, FaultModesOnTheWire) {
-  AgentSimulator sim(AgentSimulator::Options{"typical", {"--fault", "close count=1"}, true, 10000});
+  AgentSimulator sim({"typical", {"--fault", "close count=1"}});
   {
     TestClient client(sim.path("/dev/omadsj"));  // from the command line, once
     ASSERT_TRUE(client.SendBytes(Framed(kFans)));
@@ -128,9 +128,9 @@ TEST(AgentSimServeTest, FaultModesOnTheWire) {
       {"invalid-json", Framed(kFansReply.substr(0, kFansReply.size() / 2)), 0},
       {"version 3 oc=768", Framed(R"({"SIP":{"V":3,"CMD":[{"OC":768,"CA":0,"ST":0,"DA":6}]}})"), 0},
       {"version 3 oc=1024", Framed(kFansReply), 0},  // only the chosen value id
-      {"length zero", WithLength(0, payload), 0},
-      {"length max", WithLength(0xFFFFFFFF, payload), 0},
-      {"length over", WithLength(payload.size() + 64, payload), 0},
+      {"length zero", LengthWord(0) + payload, 0},
+      {"length max", LengthWord(0xFFFFFFFF) + payload, 0},
+      {"length over", LengthWord(payload.size() + 64) + payload, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.fault);
@@ -149,7 +149,7 @@ TEST(AgentSimServeTest, FaultModesOnTheWire) {
 }
 
 TEST(AgentSimServeTest, CleansUpOnTerminationAndRestoresTheLaunchersRoot) {
-  setenv("ZENTRIX_ROOT", "/previous/root", 1);
+  ScopedEnv previous("ZENTRIX_ROOT", "/previous/root");
   for (int signal : {SIGTERM, SIGINT, 0}) {  // 0: the control command "quit"
     AgentSimulator sim;
     EXPECT_EQ(std::getenv("ZENTRIX_ROOT"), sim.root());
@@ -157,20 +157,20 @@ TEST(AgentSimServeTest, CleansUpOnTerminationAndRestoresTheLaunchersRoot) {
     ASSERT_TRUE(client.Connected());
     EXPECT_TRUE(signal != 0 || sim.control("quit"));
     EXPECT_EQ(sim.terminate(signal ? signal : SIGTERM), 0) << signal;
-    for (const char* file : kDaemonFiles) EXPECT_FALSE(Exists(sim.path(file))) << file << " after " << signal;
+    for (const char* file : kDaemonFiles) EXPECT_FALSE(fs::exists(sim.path(file))) << file << " after " << signal;
     EXPECT_TRUE(client.ClosedByPeer(1000));
   }
   EXPECT_EQ(std::string(std::getenv("ZENTRIX_ROOT")), "/previous/root");
-  unsetenv("ZENTRIX_ROOT");
 }
 
 TEST(AgentSimServeTest, RefusesTheRealRootAndABadProfile) {
-  const std::string bin = ZX_AGENT_SIM, badProfile = testing::TempDir() + "agent-sim-bad-profile-" + std::to_string(getpid()) + ".json";
-  std::ofstream(badProfile) << R"({"fans": [{"speed": 1}]})";
-  EXPECT_EQ(WEXITSTATUS(std::system((bin + " --root / 2>/dev/null").c_str())), 2);
-  EXPECT_EQ(WEXITSTATUS(std::system(("env -u ZENTRIX_ROOT " + bin + " 2>/dev/null").c_str())), 2);
-  EXPECT_EQ(WEXITSTATUS(std::system((bin + " --check --profile " + badProfile + " 2>/dev/null").c_str())), 2);
-  std::remove(badProfile.c_str());
+  ScopedSystemRoot root;
+  const std::string badProfile = root.writeFile("/bad.json", R"({"fans": [{"speed": 1}]})");
+  ProgramRun::Options noRoot;
+  noRoot.env = {"ZENTRIX_ROOT"};
+  EXPECT_EQ(RunProgram({ZX_AGENT_SIM, "--root", "/"}).exitStatus, 2);
+  EXPECT_EQ(RunProgram({ZX_AGENT_SIM}, noRoot).exitStatus, 2);
+  EXPECT_EQ(RunProgram({ZX_AGENT_SIM, "--check", "--profile", badProfile}).exitStatus, 2);
 }
 
 }  // namespace

@@ -2,12 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TestSupport.h"
+
 namespace agentsim {
 namespace {
-
-std::string Sip(const std::string& commands, int version = 1) {
-  return R"({"SIP":{"V":)" + std::to_string(version) + R"(,"CMD":[)" + commands + "]}}";
-}
 
 Profile MustParse(const std::string& json) {
   Profile profile;

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <sstream>
 
 #include <rapidjson/document.h>
@@ -76,7 +77,22 @@ std::string Rest(const std::string& line, size_t count) {
   return at == std::string::npos ? "" : line.substr(at);
 }
 
+const std::string kOk = "ok";
+const std::string kDelayNeedsMilliseconds = "error delay needs milliseconds";
+const std::string kCannotCreateSockets = "error cannot create sockets";
+
+std::string Sent(int count) { return "ok sent=" + std::to_string(count); }
+
 }  // namespace
+
+bool Server::Command::Number(size_t index, unsigned& out) const {
+  uint32_t value = 0;
+  if (words.size() <= index || !ParseUnsigned(words[index], value)) return false;
+  out = value;
+  return true;
+}
+
+std::string Server::Command::After(size_t count) const { return Rest(line, count); }
 
 Server::Server(Profile profile, ServerOptions options)
     : profile_(std::move(profile)), responder_(profile_), options_(std::move(options)) {}
@@ -314,104 +330,117 @@ void Server::HandleControlLine(Connection& connection, const std::string& line) 
 }
 
 std::string Server::Control(const std::string& line) {
-  std::vector<std::string> words = Words(line);
-  if (words.empty()) return "error empty command";
-  const std::string& command = words[0];
-  auto number = [&](size_t index, unsigned& out) {
-    uint32_t value = 0;
-    if (words.size() <= index || !ParseUnsigned(words[index], value)) return false;
-    out = value;
-    return true;
+  const Command command{Words(line), line};
+  if (command.words.empty()) return "error empty command";
+  // Every command by name, as tools/agent-sim/README.md lists them.
+  using Handler = std::string (*)(Server& server, const Command& command);
+  static const std::map<std::string, Handler> kCommands = {
+      {"status", [](Server& s, const Command&) { return "ok " + s.Status(); }},
+      {"quit",
+       [](Server& s, const Command&) {
+         s.quit_ = true;
+         return kOk;
+       }},
+      {"fault", [](Server& s, const Command& c) { return s.SetFault(c); }},
+      {"delay",
+       [](Server& s, const Command& c) { return c.Number(1, s.options_.delayMs) ? kOk : kDelayNeedsMilliseconds; }},
+      {"stop",
+       [](Server& s, const Command&) {
+         s.Down();
+         return kOk;
+       }},
+      {"stop-sockets",
+       [](Server& s, const Command&) {
+         s.Down(true);
+         return kOk;
+       }},
+      {"start", [](Server& s, const Command&) { return s.Up() ? kOk : kCannotCreateSockets; }},
+      {"restart",
+       [](Server& s, const Command&) {
+         s.Down();
+         return s.Up() ? kOk : kCannotCreateSockets;
+       }},
+      {"uninstall",
+       [](Server& s, const Command&) {
+         s.Uninstall();
+         return kOk;
+       }},
+      {"install", [](Server& s, const Command&) { return s.Install() ? kOk : "error cannot write daemon binary"; }},
+      {"event-interval",
+       [](Server& s, const Command& c) {
+         if (!c.Number(1, s.options_.eventIntervalMs)) return std::string("error event-interval needs milliseconds");
+         s.nextTimedEvent_ = Clock::now() + std::chrono::milliseconds(s.options_.eventIntervalMs);
+         return kOk;
+       }},
+      {"event", [](Server& s, const Command& c) { return s.ControlEvent(c.After(1)); }},
+      {"event-text", [](Server& s, const Command& c) { return Sent(s.PushEvent(c.After(1))); }},
+      {"event-raw-zero", [](Server& s, const Command&) { return Sent(s.PushRaw(EncodeLength(0))); }},
+      // The length promises the whole frame, only half of it ever comes.
+      {"event-raw-truncated",
+       [](Server& s, const Command&) {
+         const std::string frame = EncodeFrame(s.NextProfileEvent());
+         return Sent(s.PushRaw(frame.substr(0, frame.size() / 2)));
+       }},
+      {"event-raw-garbage", [](Server& s, const Command&) { return Sent(s.PushEvent("{\"SIP\":{\"V\":1,\"CMD\":[")); }},
+      {"event-close", [](Server& s, const Command&) { return "ok closed=" + std::to_string(s.CloseEventChannels()); }},
+      {"set", [](Server& s, const Command& c) { return s.SetValue(c); }},
+      {"unset", [](Server& s, const Command& c) { return s.SetValue(c); }},
   };
+  const auto found = kCommands.find(command.words[0]);
+  if (found == kCommands.end()) return "error unknown command \"" + command.words[0] + "\"";
+  return found->second(*this, command);
+}
 
-  if (command == "status") return "ok " + Status();
-  if (command == "quit") {
-    quit_ = true;
-    return "ok";
+// fault <fault> | fault delay MS
+std::string Server::SetFault(const Command& command) {
+  if (command.words.size() >= 2 && command.words[1] == "delay")
+    return command.Number(2, options_.delayMs) ? kOk : kDelayNeedsMilliseconds;
+  std::string error;
+  if (!ParseFault(command.After(1), options_.fault, error)) return "error " + error;
+  if (options_.fault.kind == FaultKind::kNone) options_.delayMs = 0;  // "none" clears every fault
+  return "ok " + DescribeFault(options_.fault);
+}
+
+// event [json]: the next profile event, a command object, or a whole record.
+std::string Server::ControlEvent(std::string json) {
+  if (json.empty()) return Sent(PushEvent(NextProfileEvent()));
+  rapidjson::Document document;
+  document.Parse(json.c_str());
+  if (document.HasParseError() || !document.IsObject()) return "error event needs a JSON object";
+  if (!document.HasMember("SIP")) json = "{\"SIP\":{\"V\":1,\"CMD\":[" + json + "]}}";
+  return Sent(PushEvent(json));
+}
+
+// set OC OE OI {"ST":..,"DA":..} | unset OC OE OI
+std::string Server::SetValue(const Command& command) {
+  const std::string& name = command.words[0];
+  Address at;
+  if (!command.Number(1, at.oc) || !command.Number(2, at.oe) || !command.Number(3, at.oi))
+    return "error " + name + " needs OC OE OI";
+  if (name == "unset") {
+    profile_.values.Erase(at);
+    return kOk;
   }
-  if (command == "fault") {
-    std::string error;
-    std::string faultText = Rest(line, 1);
-    if (words.size() >= 2 && words[1] == "delay") {
-      if (!number(2, options_.delayMs)) return "error delay needs milliseconds";
-      return "ok";
-    }
-    if (!ParseFault(faultText, options_.fault, error)) return "error " + error;
-    if (options_.fault.kind == FaultKind::kNone) options_.delayMs = 0;  // "none" clears every fault
-    return "ok " + DescribeFault(options_.fault);
+  rapidjson::Document value;
+  value.Parse(command.After(4).c_str());
+  if (value.HasParseError() || !value.IsObject()) return "error set needs {\"ST\":..,\"DA\":..}";
+  unsigned status = 0;
+  if (value.HasMember("ST")) {
+    if (!value["ST"].IsUint()) return "error ST must be a number";
+    status = value["ST"].GetUint();
   }
-  if (command == "delay") return number(1, options_.delayMs) ? "ok" : "error delay needs milliseconds";
-  if (command == "stop") {
-    Down();
-    return "ok";
+  std::string data;
+  if (value.HasMember("DA")) {
+    // Keep the member's text exactly as JSON, whatever its type.
+    rapidjson::Document copy;
+    copy.CopyFrom(value["DA"], copy.GetAllocator());
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    copy.Accept(writer);
+    data = buffer.GetString();
   }
-  if (command == "stop-sockets") {
-    Down(true);
-    return "ok";
-  }
-  if (command == "start") return Up() ? "ok" : "error cannot create sockets";
-  if (command == "restart") {
-    Down();
-    return Up() ? "ok" : "error cannot create sockets";
-  }
-  if (command == "uninstall") {
-    Uninstall();
-    return "ok";
-  }
-  if (command == "install") return Install() ? "ok" : "error cannot write daemon binary";
-  if (command == "event-interval") {
-    if (!number(1, options_.eventIntervalMs)) return "error event-interval needs milliseconds";
-    nextTimedEvent_ = Clock::now() + std::chrono::milliseconds(options_.eventIntervalMs);
-    return "ok";
-  }
-  if (command == "event") {
-    std::string json = Rest(line, 1);
-    if (json.empty()) return "ok sent=" + std::to_string(PushEvent(NextProfileEvent()));
-    rapidjson::Document document;
-    document.Parse(json.c_str());
-    if (document.HasParseError() || !document.IsObject()) return "error event needs a JSON object";
-    if (!document.HasMember("SIP")) json = "{\"SIP\":{\"V\":1,\"CMD\":[" + json + "]}}";
-    return "ok sent=" + std::to_string(PushEvent(json));
-  }
-  if (command == "event-text") return "ok sent=" + std::to_string(PushEvent(Rest(line, 1)));
-  if (command == "event-raw-zero") return "ok sent=" + std::to_string(PushRaw(EncodeLength(0)));
-  if (command == "event-raw-truncated") {
-    // The length promises the whole frame, only half of it ever comes.
-    std::string frame = EncodeFrame(NextProfileEvent());
-    return "ok sent=" + std::to_string(PushRaw(frame.substr(0, frame.size() / 2)));
-  }
-  if (command == "event-raw-garbage") return "ok sent=" + std::to_string(PushEvent("{\"SIP\":{\"V\":1,\"CMD\":["));
-  if (command == "event-close") return "ok closed=" + std::to_string(CloseEventChannels());
-  if (command == "set" || command == "unset") {
-    Address at;
-    if (!number(1, at.oc) || !number(2, at.oe) || !number(3, at.oi)) return "error " + command + " needs OC OE OI";
-    if (command == "unset") {
-      profile_.values.Erase(at);
-      return "ok";
-    }
-    rapidjson::Document value;
-    std::string json = Rest(line, 4);
-    value.Parse(json.c_str());
-    if (value.HasParseError() || !value.IsObject()) return "error set needs {\"ST\":..,\"DA\":..}";
-    unsigned status = 0;
-    if (value.HasMember("ST")) {
-      if (!value["ST"].IsUint()) return "error ST must be a number";
-      status = value["ST"].GetUint();
-    }
-    std::string data;
-    if (value.HasMember("DA")) {
-      // Keep the member's text exactly as JSON, whatever its type.
-      rapidjson::Document copy;
-      copy.CopyFrom(value["DA"], copy.GetAllocator());
-      rapidjson::StringBuffer buffer;
-      rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-      copy.Accept(writer);
-      data = buffer.GetString();
-    }
-    profile_.values.Set(at, status, data);
-    return "ok";
-  }
-  return "error unknown command \"" + command + "\"";
+  profile_.values.Set(at, status, data);
+  return kOk;
 }
 
 void Server::HandleSignals() {
@@ -454,6 +483,11 @@ int Server::Run() {
   }
   int status = 0;
   if (!Listen(PathOf(kControlPath), controlFd_) || !Install() || !Up()) status = 3;
+  // Lets a launcher wait for the sockets without polling for the pid file.
+  if (options_.readyFd >= 0) {
+    if (status == 0 && write(options_.readyFd, "R", 1) != 1) Log("cannot write to the ready descriptor");
+    close(options_.readyFd);
+  }
 
   while (status == 0 && !quit_) {
     std::vector<pollfd> fds;

@@ -18,6 +18,7 @@ struct ServerOptions {
   std::string recordFile;    // empty: no recording
   unsigned eventIntervalMs = 0;
   unsigned delayMs = 0;
+  int readyFd = -1;  // gets one byte once every socket accepts, then is closed
   Fault fault;
   bool verbose = false;
 };
@@ -74,8 +75,18 @@ class Server {
   void Flush(Connection& connection);
   void Enqueue(Connection& connection, const std::vector<Piece>& pieces);
   void HandleFrame(Connection& connection, const std::string& text);
+  // One control line, split into words.
+  struct Command {
+    std::vector<std::string> words;
+    const std::string& line;
+    bool Number(size_t index, unsigned& out) const;
+    std::string After(size_t count) const;  // the rest of the line after its first `count` words
+  };
   void HandleControlLine(Connection& connection, const std::string& line);
   std::string Control(const std::string& line);
+  std::string SetFault(const Command& command);
+  std::string ControlEvent(std::string json);
+  std::string SetValue(const Command& command);
   void HandleSignals();
 
   int PushEvent(const std::string& text);

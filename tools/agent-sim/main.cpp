@@ -1,4 +1,5 @@
 // agent-sim: a stand-in for the local management agent daemon. See README.md.
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +16,7 @@ void Usage(const char* invokedAs) {
   const char* slash = std::strrchr(invokedAs, '/');
   std::fprintf(stderr,
                "usage: %s [--root DIR] [--profile FILE] [--record FILE] [--event-interval MS]\n"
-               "       [--delay MS] [--fault FAULT] [--check] [--verbose]\n"
+               "       [--delay MS] [--fault FAULT] [--ready-fd N] [--check] [--verbose]\n"
                "The root defaults to $ZENTRIX_ROOT; one of the two is required.\n",
                slash ? slash + 1 : invokedAs);
 }
@@ -59,6 +60,14 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "agent-sim: %s needs milliseconds\n", arg.c_str());
         return 2;
       }
+    } else if (arg == "--ready-fd") {
+      unsigned fd = 0;
+      if (!takes()) return 2;
+      if (!Number(value, fd) || fd > INT_MAX) {
+        std::fprintf(stderr, "agent-sim: --ready-fd needs a descriptor number\n");
+        return 2;
+      }
+      options.readyFd = static_cast<int>(fd);
     } else if (arg == "--fault") {
       if (!takes()) return 2;
       std::string error;

@@ -1,0 +1,63 @@
+#include "tests/support/Wire.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+std::string Sip(const std::string& commands, int version) {
+  return "{\"SIP\":{\"V\":" + std::to_string(version) + ",\"CMD\":[" + commands + "]}}";
+}
+
+// Spelt out byte by byte: the test side must not share the host's byte order by accident.
+std::string LengthWord(uint32_t n) {
+  return std::string{char(n & 0xFF), char((n >> 8) & 0xFF), char((n >> 16) & 0xFF), char(n >> 24)};
+}
+
+std::string Framed(const std::string& text) { return LengthWord(static_cast<uint32_t>(text.size() + 1)) + text + '\0'; }
+
+sockaddr_un UnixAddress(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+  return address;
+}
+
+bool WriteAll(int fd, const std::string& bytes) {
+  return fd >= 0 && send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+std::string ReadSome(int fd, int timeoutMs, size_t max, bool* closed) {
+  pollfd poller{fd, POLLIN, 0};
+  if (fd < 0 || poll(&poller, 1, timeoutMs) <= 0) return "";
+  std::string buffer(std::min<size_t>(max, 65536), '\0');
+  const ssize_t got = read(fd, &buffer[0], buffer.size());
+  if (got == 0 && closed != nullptr) *closed = true;
+  return got > 0 ? buffer.substr(0, got) : "";
+}
+
+std::string ReadBytes(int fd, size_t n, int timeoutMs, bool* closed) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  std::string got;
+  while (got.size() < n) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    const std::string some = ReadSome(fd, static_cast<int>(std::max<long>(left, 0)), n - got.size(), closed);
+    if (some.empty()) break;
+    got += some;
+  }
+  return got;
+}
+
+std::optional<std::string> ReadFrame(int fd, int timeoutMs) {
+  const std::string word = ReadBytes(fd, 4, timeoutMs);
+  if (word.size() != 4) return std::nullopt;
+  uint32_t n = 0;
+  for (int i = 3; i >= 0; --i) n = (n << 8) | static_cast<unsigned char>(word[i]);
+  const std::string payload = ReadBytes(fd, n, timeoutMs);
+  if (n == 0 || payload.size() != n || payload.back() != '\0') return std::nullopt;
+  return payload.substr(0, n - 1);
+}
