@@ -8,9 +8,8 @@
 
 namespace {
 
-constexpr unsigned kStatusAbsent = 22;
-constexpr int kTypeString = 5;
-constexpr int kTypeNumber = 6;
+// Seconds each read may take, handed to Request.
+constexpr uint16_t kRequestTimeout = 10;
 
 // Value ids that are not part of a component family.
 constexpr unsigned kIdentityStrings = 0x0C00;
@@ -25,7 +24,7 @@ constexpr unsigned kGroupStatus = 0x2306;
 
 }  // namespace
 
-SystemInformation::SystemInformation() : m_Reserved(0), m_CabinetNumber(0), m_RequestTimeout(10) {
+SystemInformation::SystemInformation() : m_Reserved(0), m_CabinetNumber(0), m_RequestTimeout(kRequestTimeout) {
   m_Cmd.JsonInit();
   if (!Attach(nullptr, false, 0)) {
     // The process ends here without unwinding. The record's JSON blocks are
@@ -48,7 +47,7 @@ bool SystemInformation::sendAndCheckStatus() {
   // Request's own result is the same "ST" (or a transport code written into
   // it), so only the reply is judged.
   Request(m_Cmd, m_RequestTimeout);
-  return m_Cmd.GetCmdElemValue(cmdIndex(), "ST", kStatusAbsent) == 0;
+  return m_Cmd.GetCmdElemValue(cmdIndex(), "ST", SipJson::kStatusAbsent) == SipJson::kStatusOk;
 }
 
 bool SystemInformation::sendRead(unsigned int valueId, unsigned int subIndex, unsigned int objectIndex) {
@@ -80,7 +79,7 @@ std::string SystemInformation::getSipStringValue(unsigned int valueId, unsigned 
                                                  unsigned int objectIndex) {
   std::string result;
   if (!sendRead(valueId, subIndex, objectIndex) || !replyHasData()) return result;
-  if (m_Cmd.GetCmdDataType(cmdIndex()) == kTypeString) m_Cmd.GetCmdDataString(cmdIndex(), result, 0);
+  if (m_Cmd.GetCmdDataType(cmdIndex()) == rapidjson::kStringType) m_Cmd.GetCmdDataString(cmdIndex(), result, 0);
   return result;
 }
 
@@ -93,7 +92,7 @@ uint32_t SystemInformation::getSipNumberValue(unsigned int valueId, unsigned int
 bool SystemInformation::tryGetSipNumberValue(unsigned int& value, unsigned int valueId,
                                              unsigned int subIndex, unsigned int objectIndex) {
   if (!sendRead(valueId, subIndex, objectIndex) || !replyHasData()) return false;
-  if (m_Cmd.GetCmdDataType(cmdIndex()) != kTypeNumber) return false;
+  if (m_Cmd.GetCmdDataType(cmdIndex()) != rapidjson::kNumberType) return false;
   // A number reply always sets the value, to 0 when it does not fit.
   value = 0;
   return m_Cmd.GetCmdUIntData(cmdIndex(), value);
