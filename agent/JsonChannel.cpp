@@ -328,9 +328,7 @@ std::string BuildInitChannelBlock(const char* clientName, int fd) {
     const size_t length = strnlen(clientName, kInitBlockNameSize);
     std::memcpy(&block[0], clientName, length);
   }
-  unsigned char number[4];
-  LittleEndian::Write32(static_cast<uint32_t>(fd), number);
-  block.replace(kInitBlockFdOffset, sizeof number, reinterpret_cast<const char*>(number), sizeof number);
+  LittleEndian::Write32(static_cast<uint32_t>(fd), reinterpret_cast<unsigned char*>(&block[kInitBlockFdOffset]));
   return block;
 }
 

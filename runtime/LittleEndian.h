@@ -20,7 +20,7 @@ inline int32_t ReadI32(const unsigned char* p) { return static_cast<int32_t>(Rea
 // The 32-bit value at `offset` of a block of `size` bytes; false, and value
 // untouched, when its four bytes do not all lie inside the block.
 inline bool Read32(const unsigned char* data, size_t size, size_t offset, uint32_t& value) {
-  if (offset > size || size - offset < 4) return false;
+  if (size < 4 || offset > size - 4) return false;
   value = Read32(data + offset);
   return true;
 }

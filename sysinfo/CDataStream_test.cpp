@@ -5,14 +5,16 @@
 namespace {
 
 TEST(CDataStreamTest, NumbersAreLittleEndianAndShortReadsMoveNothing) {
-  CDataStream s({0x78, 0x56, 0x34, 0x12, 0x01, 0x02, 0x03});
+  CDataStream s({0x78, 0x56, 0x34, 0x12, 0x01, 0x02, 0x03, 0x84, 0x05});
   uint32_t d = 0;
   ASSERT_TRUE(s.readUInt32(d));
   EXPECT_EQ(d, 0x12345678u);
-  EXPECT_FALSE(s.readUInt32(d) || s.skip(4));
-  EXPECT_EQ(d, 0x12345678u);
-  EXPECT_EQ(s.position(), 4u);
-  ASSERT_TRUE(s.skip(3));
+  ASSERT_TRUE(s.readUInt32(d));
+  EXPECT_EQ(d, 0x84030201u);
+  EXPECT_FALSE(s.readUInt32(d) || s.skip(2));
+  EXPECT_EQ(d, 0x84030201u);
+  EXPECT_EQ(s.position(), 8u);
+  ASSERT_TRUE(s.skip(1));
   EXPECT_EQ(s.data(), nullptr);
   s.assign({7, 8});  // starts again at the front
   ASSERT_NE(s.data(), nullptr);

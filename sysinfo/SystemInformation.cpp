@@ -19,6 +19,7 @@ constexpr unsigned kDrvMonCount = 0x1800;
 constexpr unsigned kDrvMonClass = 0x1805;
 constexpr unsigned kDrvMonClearStatus = 0x180A;
 constexpr unsigned kIpAddress = 0xE108;
+constexpr unsigned kIpAddressSlots = 2;
 constexpr unsigned kOverallStatus = 0x2301;
 constexpr unsigned kGroupStatus = 0x2306;
 
@@ -321,7 +322,7 @@ uint32_t SystemInformation::getNetworkAdaptersOverallStatus() { return getSipNum
 
 std::vector<std::string> SystemInformation::getIpAddresses() {
   std::vector<std::string> addresses;
-  for (unsigned int slot = 0; slot < 2; ++slot) {
+  for (unsigned int slot = 0; slot < kIpAddressSlots; ++slot) {
     // Slot 1 changes only the sub-index: the value id stays from slot 0, and
     // neither read writes an object index or a cabinet number.
     SipJson::GenericValue& cmd = m_Cmd.GetCmd();
