@@ -270,7 +270,7 @@ bool SipJson::GetCmdUIntData(int cmd, unsigned& out) const {
         return true;
       }
       // Two bytes, or four: a block of three reads as four, the fourth zero.
-      unsigned char bytes[4] = {0, 0, 0, 0};
+      unsigned char bytes[4] = {};
       for (rapidjson::SizeType i = 0; i < raw->Size() && i < 4; ++i) bytes[i] = LowByte((*raw)[i]);
       out = LittleEndian::Read32(bytes);
       return true;
