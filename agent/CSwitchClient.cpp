@@ -1,5 +1,6 @@
 #include "agent/CSwitchClient.h"
 
+#include <errno.h>
 #include <strings.h>
 
 #include "agent/JsonChannel.h"
@@ -7,25 +8,7 @@
 #include "runtime/CDebug.h"
 #include "runtime/CSystemRoot.h"
 
-namespace {
-
-class MutexGuard {
- public:
-  explicit MutexGuard(pthread_mutex_t& mutex) : m_Mutex(mutex) { pthread_mutex_lock(&m_Mutex); }
-  ~MutexGuard() { pthread_mutex_unlock(&m_Mutex); }
-  MutexGuard(const MutexGuard&) = delete;
-  MutexGuard& operator=(const MutexGuard&) = delete;
-
- private:
-  pthread_mutex_t& m_Mutex;
-};
-
-}  // namespace
-
-CSwitchClient::CSwitchClient() {
-  pthread_mutex_init(&m_Mutex, nullptr);
-  pthread_mutex_init(&m_CallbackMutex, nullptr);
-}
+CSwitchClient::CSwitchClient() = default;
 
 CSwitchClient::~CSwitchClient() {
   if (m_EventsEnabled.load()) JsonDisableEvents();
@@ -35,8 +18,6 @@ CSwitchClient::~CSwitchClient() {
     m_FdRequestChannel = -1;
   }
   m_AttachCount = 0;
-  pthread_mutex_destroy(&m_CallbackMutex);
-  pthread_mutex_destroy(&m_Mutex);
 }
 
 void CSwitchClient::SetLastError(unsigned code, const char* text) {
@@ -54,7 +35,7 @@ bool CSwitchClient::CheckForInstalledService() {
     m_DaemonPath = alternative;
   } else {
     g_Debug.Print(1, "\nCSwitchClient::CheckForInstalledService: ## ERROR! No installed omad service detected!\n");
-    SetLastError(6, "No omad service installed");
+    SetLastError(ENXIO, "No omad service installed");
     return false;
   }
   return true;
@@ -64,12 +45,12 @@ bool CSwitchClient::Attach(const char* serverName, bool, unsigned) {
   g_Debug.Print(4, "\nCSwitchClient::Attach: Attach to Tessel...");
   if (serverName != nullptr && serverName[0] != '\0') {
     g_Debug.Print(1, "\nCSwitchClient::Attach: ## ERROR! Cannot connect to remote server on this platform!");
-    SetLastError(22, "Remote connection not supported");
+    SetLastError(EINVAL, "Remote connection not supported");
     return false;
   }
   bool attached = false;
   {
-    MutexGuard lock(m_Mutex);
+    std::lock_guard lock(m_Mutex);
     if (m_AttachCount != 0) {
       ++m_AttachCount;
       g_Debug.Print(4, "\nCSwitchClient::Attach: Already attached - increment attach reference count to %d",
@@ -90,7 +71,7 @@ bool CSwitchClient::Attach(const char* serverName, bool, unsigned) {
         } else {
           const int fd = JsonAttach(CSystemRoot::Path(kRequestSocket).c_str(), m_ApplicationName.c_str());
           if (fd < 0) {
-            SetLastError(92, "JSON interface not supported by omad");
+            SetLastError(ENOPROTOOPT, "JSON interface not supported by omad");
             g_Debug.Print(3,
                           "\nCSwitchClient::Attach:   Service installed and running, but no JSON interface available - "
                           "cannot attach!");
@@ -111,7 +92,7 @@ bool CSwitchClient::Attach(const char* serverName, bool, unsigned) {
 void CSwitchClient::Detach() {
   int fd;
   {
-    MutexGuard lock(m_Mutex);
+    std::lock_guard lock(m_Mutex);
     if (m_AttachCount == 0) return;
     g_Debug.Print(4, "\nCSwitchClient::Detach: reference count = %d, decrement count", static_cast<int>(m_AttachCount));
     if (--m_AttachCount != 0) return;
@@ -133,7 +114,7 @@ unsigned CSwitchClient::Request(SipJson& cmd, unsigned timeout) {
   std::string reply;
   unsigned rc;
   {
-    MutexGuard lock(m_Mutex);
+    std::lock_guard lock(m_Mutex);
     rc = JsonSendRequest(m_FdRequestChannel, text.c_str(), reply, timeout);
   }
   if (g_Debug.IsEnabled()) g_Debug.Print(4, "\nCSwitchClient::Request: reply data: %s", reply.c_str());
@@ -150,8 +131,8 @@ unsigned CSwitchClient::Request(SipJson& cmd, unsigned timeout) {
                   "Status=0x%04X",
                   cmd.GetCmdElemValue(current, "OC", 0), cmd.GetCmdElemValue(current, "OE", 0),
                   cmd.GetCmdElemValue(current, "CA", 0), cmd.GetCmdElemValue(current, "OI", 0),
-                  cmd.GetCmdElemValue(current, "ST", 22));
-  return cmd.GetCmdElemValue(current, "ST", 22);
+                  cmd.GetCmdElemValue(current, "ST", SipJson::kStatusAbsent));
+  return cmd.GetCmdElemValue(current, "ST", SipJson::kStatusAbsent);
 }
 
 bool CSwitchClient::GetServerCabinetNumber(unsigned& cabinet) {
@@ -167,14 +148,14 @@ bool CSwitchClient::GetServerCabinetNumber(unsigned& cabinet) {
     return true;
   }
   g_Debug.Print(1, "\nCSwitchClient       : ## ERROR! Failed to request server cabinet number (0x%02X)",
-                record.GetCmdElemValue(record.GetCmdIndex(), "ST", 22));
+                record.GetCmdElemValue(record.GetCmdIndex(), "ST", SipJson::kStatusAbsent));
   return false;
 }
 
 bool CSwitchClient::SetApplicationName(const char* name) {
   if (name == nullptr) return false;
   g_Debug.Print(4, "\nCSwitchClient::SetApplicationName: Set client application name to \"%s\"\n", name);
-  MutexGuard lock(m_Mutex);
+  std::lock_guard lock(m_Mutex);
   m_ApplicationName = name;
   return true;
 }
@@ -200,16 +181,16 @@ std::string CSwitchClient::GetLastErrorMsg(std::string& msg) const {
 void CSwitchClient::Event(SipJson&) {}
 
 unsigned CSwitchClient::GetAttachCount() const {
-  MutexGuard lock(m_Mutex);
+  std::lock_guard lock(m_Mutex);
   return m_AttachCount;
 }
 
 int CSwitchClient::GetRequestFd() const {
-  MutexGuard lock(m_Mutex);
+  std::lock_guard lock(m_Mutex);
   return m_FdRequestChannel;
 }
 
 std::string CSwitchClient::GetApplicationName() const {
-  MutexGuard lock(m_Mutex);
+  std::lock_guard lock(m_Mutex);
   return m_ApplicationName;
 }

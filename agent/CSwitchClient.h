@@ -1,13 +1,13 @@
 #pragma once
 
-#include <pthread.h>
-
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "agent/CTesselClientIf.h"
+#include "runtime/CCriticalSection.h"
 
 class CThread;
 class SipJson;
@@ -85,13 +85,20 @@ class CSwitchClient : public CTesselClientIf {
   // Waits for an event thread that has not been reaped; never for itself.
   void JoinEventThread();
 
-  // Recursive lock of the callback map: handlers may (un)register handlers
-  // from inside a callback on the event thread.
-  void LockCallbackMap();
-  void UnlockCallbackMap();
+  // What reading one event frame leaves of the event and the channel.
+  enum class EventFrame {
+    kRead,       // parsed into the event
+    kDropped,    // lost; the channel stays
+    kBroken,     // lost; the channel is gone (closed, stopping, bad descriptor)
+    kOutOfStep,  // lost; the channel must be reopened
+  };
+  EventFrame ReadEventFrame(SipJson& event, int fd);
+  // Closes fd and opens and registers a new event channel; -1 when none.
+  int ReplaceEventChannel(int fd, const char* clientName);
+  void CallEventHandlers(SipJson& event);
 
   // Request side; guarded by m_Mutex.
-  mutable pthread_mutex_t m_Mutex;
+  mutable std::mutex m_Mutex;
   int m_FdRequestChannel = -1;
   unsigned m_AttachCount = 0;
   std::string m_ApplicationName;
@@ -109,12 +116,10 @@ class CSwitchClient : public CTesselClientIf {
   std::atomic<bool> m_EventsEnabled{false};
   std::unique_ptr<CThread, ThreadDeleter> m_EventThread;
 
-  // Callback map and its recursive lock.
+  // Callback map and its lock, recursive since handlers may (un)register
+  // handlers from inside a callback on the event thread.
   std::map<EventHandler, void*> m_CallbackMap;
-  pthread_mutex_t m_CallbackMutex;
-  std::atomic<pthread_t> m_CallbackOwner{pthread_t()};
-  unsigned m_CallbackNesting = 0;
-  bool m_CallbackLockInUse = false;
+  CCriticalSection m_CallbackLock;
 
   unsigned m_LastError = 0;
   const char* m_LastErrorMsg = "NO ERROR";

@@ -14,6 +14,7 @@
 #include "agent/FrameReader.h"
 #include "agent/JsonChannel.h"
 #include "agent/SipJson.h"
+#include "runtime/CCriticalSection.h"
 #include "runtime/CDebug.h"
 #include "runtime/CThread.h"
 
@@ -170,38 +171,28 @@ bool CSwitchClient::JsonDisableEvents() {
 
 bool CSwitchClient::RegisterEventHandler(EventHandler handler, void* context) {
   if (handler == nullptr) return false;
-  LockCallbackMap();
+  CCriticalSectionGuard lock(m_CallbackLock);
   m_CallbackMap[handler] = context;  // a handler registered again gets the new context
-  UnlockCallbackMap();
   return true;
 }
 
 bool CSwitchClient::UnregisterEventHandler(EventHandler handler) {
-  LockCallbackMap();
-  bool found = m_CallbackMap.erase(handler) > 0;
-  UnlockCallbackMap();
-  return found;
+  CCriticalSectionGuard lock(m_CallbackLock);
+  return m_CallbackMap.erase(handler) > 0;
 }
 
-// Recursive by owner and nesting count. The owner is atomic because other
-// threads compare against it without holding the mutex; the count and the
-// in-use flag are only touched by the owner.
-void CSwitchClient::LockCallbackMap() {
-  const pthread_t self = pthread_self();
-  if (!pthread_equal(m_CallbackOwner.load(), self)) {
-    pthread_mutex_lock(&m_CallbackMutex);
-    m_CallbackOwner.store(self);
-    m_CallbackLockInUse = true;
-  }
-  ++m_CallbackNesting;
-}
-
-void CSwitchClient::UnlockCallbackMap() {
-  if (!pthread_equal(m_CallbackOwner.load(), pthread_self())) return;
-  if (--m_CallbackNesting == 0) {
-    m_CallbackLockInUse = false;
-    m_CallbackOwner.store(pthread_t());
-    pthread_mutex_unlock(&m_CallbackMutex);
+void CSwitchClient::CallEventHandlers(SipJson& event) {
+  // Recursive: a handler may (un)register handlers, itself included.
+  CCriticalSectionGuard lock(m_CallbackLock);
+  // Walk by key rather than by iterator: the entry just called may be gone.
+  auto it = m_CallbackMap.begin();
+  while (it != m_CallbackMap.end()) {
+    const EventHandler handler = it->first;
+    const unsigned handlerId = static_cast<unsigned>(reinterpret_cast<uintptr_t>(handler));
+    g_Debug.Print(5, "\nCCallbackMap        : Call notification callback 0x%X .. ", handlerId);
+    handler(event, it->second);
+    g_Debug.Print(5, "\nCCallbackMap        : .. notification callback 0x%X finished", handlerId);
+    it = m_CallbackMap.upper_bound(handler);
   }
 }
 
@@ -295,22 +286,10 @@ void CSwitchClient::EventMain() {
       g_Debug.Print(1, "EVENT OC=%04X, OE=%04X, Cab=%02X, OId=%04X, Status=%04X, HasReplyData=%d\n",
                     event.GetCmdElemValue(cmd, "OC", 0), event.GetCmdElemValue(cmd, "OE", 0),
                     event.GetCmdElemValue(cmd, "CA", 0), event.GetCmdElemValue(cmd, "OI", 0),
-                    event.GetCmdElemValue(cmd, "ST", 22), event.HasReplyData() ? 1 : 0);
+                    event.GetCmdElemValue(cmd, "ST", SipJson::kStatusAbsent), event.HasReplyData() ? 1 : 0);
     }
     g_Debug.Print(1, "Thread_EventMain: Call event methods from client\n");
-    LockCallbackMap();
-    // Walk by key rather than by iterator: a handler may add or remove
-    // entries, itself included, while it runs.
-    auto it = m_CallbackMap.begin();
-    while (it != m_CallbackMap.end()) {
-      const EventHandler handler = it->first;
-      const unsigned handlerId = static_cast<unsigned>(reinterpret_cast<uintptr_t>(handler));
-      g_Debug.Print(5, "\nCCallbackMap        : Call notification callback 0x%X .. ", handlerId);
-      handler(event, it->second);
-      g_Debug.Print(5, "\nCCallbackMap        : .. notification callback 0x%X finished", handlerId);
-      it = m_CallbackMap.upper_bound(handler);
-    }
-    UnlockCallbackMap();
+    CallEventHandlers(event);
     g_Debug.Print(1, "Thread_EventMain: ...return from client call\n");
   }
 
@@ -318,9 +297,22 @@ void CSwitchClient::EventMain() {
 }
 
 int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) {
+  switch (ReadEventFrame(event, fd)) {
+    case EventFrame::kRead:
+    case EventFrame::kDropped:
+      return fd;
+    case EventFrame::kBroken:
+      return -1;
+    case EventFrame::kOutOfStep:
+      break;
+  }
+  return ReplaceEventChannel(fd, clientName);
+}
+
+CSwitchClient::EventFrame CSwitchClient::ReadEventFrame(SipJson& event, int fd) {
   if (fd < 0) {
     g_Debug.PrintAlways("GetEventJson: ERROR: called with invalid fdEventChannel (%d) --> ignore this event\n", fd);
-    return -1;
+    return EventFrame::kBroken;
   }
 
   // The waits have no limit, as a blocking read's, but end when stopping.
@@ -330,48 +322,51 @@ int CSwitchClient::JsonGetEvent(SipJson& event, int fd, const char* clientName) 
   if (!reader.ReadLength(length, n)) {
     g_Debug.Print(1, "GetEventJson: something is fishy on fd=%d (rwresult=%d, errno=%d)\n", fd, static_cast<int>(n),
                   n < 0 ? errno : 0);
-    return -1;
+    return EventFrame::kBroken;
   }
-
-  if (length > FrameReader::kMaxLength) {
+  if (!FrameReader::WithinCap(length)) {
     // The stream is out of step: reopen rather than allocate that much.
     g_Debug.Print(1,
                   "GetEventJson: Event receiving on fd=%d incomplete (buffer too small) (inLength=%d, InMax=%d --> reopen!)\n",
                   fd, 0, static_cast<int>(FrameReader::kMaxLength));
-  } else {
-    const FrameReader::Buffer buffer = FrameReader::Allocate(length);
-    if (!buffer) {
-      g_Debug.PrintAlways("GetEventJson: ERROR: Can't allocate memory for JSON event!\n");
-      return fd;
-    }
-    EventPasses passes(fd, length);
-    size_t received = 0;
-    switch (reader.ReadPayload(buffer.get(), length, received, passes, true)) {
-      case FrameReader::Result::kComplete:
-        g_Debug.Print(2, "GetEventJson: processing event on fd=%d (inLength=%d)\n", fd, static_cast<int>(length));
-        event.ParseReply(buffer.get(), strnlen(buffer.get(), length));
-        return fd;
-      case FrameReader::Result::kEndOfFile:
-        g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d failed EOF (inLength=%d, InMax=%d) --> ignore this event!\n",
-                      fd, 0, static_cast<int>(length));
-        return -1;
-      case FrameReader::Result::kWoken:
-        // Stopping wins over the rest of this event; the caller's next wait
-        // sees the wake-up as well.
-        g_Debug.Print(1, "GetEventJson: terminate signaled while receiving on fd=%d --> ignore this event\n", fd);
-        return -1;
-      case FrameReader::Result::kFailed:
-        g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
-                      static_cast<int>(received), static_cast<int>(length));
-        break;
-      case FrameReader::Result::kIncomplete:
-        g_Debug.Print(1,
-                      "GetEventJson: ERROR: Event receiving on fd=%d failed: inLength invalid (inLength=%d, InMax=%d) --> reopen\n",
-                      fd, static_cast<int>(received), static_cast<int>(length));
-        break;
-    }
+    return EventFrame::kOutOfStep;
+  }
+  const FrameReader::Buffer buffer = FrameReader::Allocate(length);
+  if (!buffer) {
+    g_Debug.PrintAlways("GetEventJson: ERROR: Can't allocate memory for JSON event!\n");
+    return EventFrame::kDropped;
   }
 
+  EventPasses passes(fd, length);
+  size_t received = 0;
+  switch (reader.ReadPayload(buffer.get(), length, received, passes, true)) {
+    case FrameReader::Result::kComplete:
+      g_Debug.Print(2, "GetEventJson: processing event on fd=%d (inLength=%d)\n", fd, static_cast<int>(length));
+      event.ParseReply(buffer.get(), strnlen(buffer.get(), length));
+      return EventFrame::kRead;
+    case FrameReader::Result::kEndOfFile:
+      g_Debug.Print(1, "GetEventJson: Event receiving on fd=%d failed EOF (inLength=%d, InMax=%d) --> ignore this event!\n",
+                    fd, 0, static_cast<int>(length));
+      return EventFrame::kBroken;
+    case FrameReader::Result::kWoken:
+      // Stopping wins over the rest of this event; the caller's next wait
+      // sees the wake-up as well.
+      g_Debug.Print(1, "GetEventJson: terminate signaled while receiving on fd=%d --> ignore this event\n", fd);
+      return EventFrame::kBroken;
+    case FrameReader::Result::kFailed:
+      g_Debug.Print(1, "GetEventJson: ERROR: Event receiving on fd=%d failed (inLength=%d, InMax=%d) --> reopen\n", fd,
+                    static_cast<int>(received), static_cast<int>(length));
+      break;
+    case FrameReader::Result::kIncomplete:
+      g_Debug.Print(1,
+                    "GetEventJson: ERROR: Event receiving on fd=%d failed: inLength invalid (inLength=%d, InMax=%d) --> reopen\n",
+                    fd, static_cast<int>(received), static_cast<int>(length));
+      break;
+  }
+  return EventFrame::kOutOfStep;
+}
+
+int CSwitchClient::ReplaceEventChannel(int fd, const char* clientName) {
   // Cleared before the reopen closes it: the number may belong to another
   // file of the process at once.
   if (m_FdEventChannel == fd) m_FdEventChannel = -1;

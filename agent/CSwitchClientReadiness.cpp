@@ -102,7 +102,7 @@ bool CSwitchClient::IsServiceReady(const char* daemonPath, const char* socketPat
     const int err = errno;
     if (err == EACCES) {
       g_Debug.Print(3, "\nCSwitchClient::IsServiceReady: -> permission denied - not root?\n");
-      SetLastError(13, "Permission denied on omad connect");
+      SetLastError(EACCES, "Permission denied on omad connect");
       return false;
     }
     sleep(1);
@@ -114,7 +114,7 @@ bool CSwitchClient::IsServiceReady(const char* daemonPath, const char* socketPat
       return false;
     }
     if (pass == kReadyPasses) {
-      SetLastError(110, "Timeout during connect attempt to omad");
+      SetLastError(ETIMEDOUT, "Timeout during connect attempt to omad");
       g_Debug.Print(3, "\nCSwitchClient::IsServiceReady: -> socket \"%s\" is not available: %s --> TIMEOUT\n",
                     socketName, strerror(err));
       return false;

@@ -66,6 +66,7 @@ FrameReader::Result FrameReader::ReadPayload(char* data, uint32_t length, size_t
 }
 
 FrameReader::Buffer FrameReader::Allocate(uint32_t length) {
+  if (!WithinCap(length)) return nullptr;
   // Sized in size_t: length + the spare bytes must not wrap in 32 bits.
   Buffer buffer(static_cast<char*>(std::malloc(static_cast<size_t>(length) + kSpareBytes)));
   if (buffer) std::memset(buffer.get() + length, 0, kSpareBytes);

@@ -61,7 +61,9 @@ class FrameReader {
   // emptyFirstPassEnds, a first pass that reads nothing ends the frame.
   Result ReadPayload(char* data, uint32_t length, size_t& received, Observer& observer, bool emptyFirstPassEnds);
 
-  // length + kSpareBytes bytes, the spare ones zeroed; null without memory.
+  static bool WithinCap(uint32_t length) { return length <= kMaxLength; }
+  // length + kSpareBytes bytes, the spare ones zeroed; null for a length
+  // over the cap and without memory.
   static Buffer Allocate(uint32_t length);
 
  private:

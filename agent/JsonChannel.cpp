@@ -20,13 +20,16 @@
 #include "agent/SipJson.h"
 #include "runtime/CDebug.h"
 #include "runtime/CSystemRoot.h"
+#include "runtime/LittleEndian.h"
 
 namespace {
 
 constexpr int kSendPasses = 10;
-constexpr size_t kSpareBytes = FrameReader::kSpareBytes;
 constexpr int kAttachAttempts = 20;
+constexpr useconds_t kAttachPauseUsec = 50000;
 constexpr int kRegisterAttempts = 600;
+// Failed connect attempts are traced once in so many.
+constexpr int kTraceEveryAttempts = 10;
 constexpr const char* kEventSocketPath = "/dev/omadaj";
 
 using Buffer = FrameReader::Buffer;
@@ -52,7 +55,7 @@ int OpenDevice(const char* path) {
     g_Debug.PrintAlways("OpenDevice: ERROR: create socket on %s failed (thrId=0x%08X): %s\n", where, ThreadId(),
                         strerror(err));
     errno = err;
-    return -1;
+    return kOpenNoSocket;
   }
   if (!ConnectUnixSocket(fd, where)) {
     const int err = errno;
@@ -60,7 +63,7 @@ int OpenDevice(const char* path) {
                         strerror(err));
     close(fd);
     errno = err;
-    return -2;
+    return kOpenConnectFailed;
   }
   return fd;
 }
@@ -91,11 +94,11 @@ bool ConnectUnixSocket(int fd, const char* path) {
 int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd) {
   if (fd < 0) {
     g_Debug.PrintAlways("IsFdReady: ERROR: bad parameter for Fd=%d\n", fd);
-    return -3;
+    return kReadyBadFd;
   }
   if (timeoutMsec == 0) {
     g_Debug.PrintAlways("IsFdReady: ERROR: bad parameter for TimeoutMsec=0(!) on fd=%d\n", fd);
-    return -4;
+    return kReadyZeroTimeout;
   }
   const time_t start = time(nullptr);
   unsigned rest = timeoutMsec;
@@ -108,12 +111,12 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd) {
     if (rc == 0) {
       g_Debug.PrintAlways("IsFdReady: ERROR: Timeout on fd=%d (Timeout=%d, RestTimeout=%d\n", fd,
                           static_cast<int>(timeoutMsec), static_cast<int>(rest));
-      return -15;
+      return kReadyTimeout;
     }
     if (errno != EINTR) {
       const int err = errno;
       g_Debug.PrintAlways("IsFdReady: ERROR: poll() failed on fd=%d: errno=%d  %s\n", fd, err, strerror(err));
-      return -6;
+      return kReadyPollError;
     }
     g_Debug.Print(1, "IsFdReady: poll() interrupted due to EINTR on fd=%d --> try to continue!\n", fd);
     // Whole seconds on purpose: the deadline is kept at one-second resolution.
@@ -121,7 +124,7 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd) {
     if (elapsed >= timeoutMsec) {
       g_Debug.PrintAlways("IsFdReady: ERROR: Timeout after EINTR on fd=%d (Timeout=%d, RestTimeout=%d\n", fd,
                           static_cast<int>(timeoutMsec), static_cast<int>(rest));
-      return -15;
+      return kReadyTimeout;
     }
     rest = timeoutMsec - static_cast<unsigned>(elapsed);
   }
@@ -131,7 +134,7 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd) {
   }
   if (p.revents & POLLHUP) {
     g_Debug.PrintAlways("IsFdReady: ERROR: Hangup on fd=%d\n", fd);
-    return -6;
+    return kReadyPollError;
   }
   if (p.revents & (POLLERR | POLLNVAL)) {
     unsigned char byte = 0;
@@ -142,13 +145,13 @@ int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd) {
     const int err = errno;
     g_Debug.PrintAlways("IsFdReady: ERROR on fd=%d, Result=0x%08X: errno=%d, %s\n", fd, static_cast<unsigned>(byte), err,
                         strerror(err));
-    return -9;
+    return kReadyError;
   }
   if ((static_cast<unsigned>(p.revents) & pollMask) == pollMask) return static_cast<int>(pollMask);
   g_Debug.PrintAlways(
       "IsFdReady: ERROR on fd=%d, returned pollmask invalid (PollFdStruct.revents=0x%08X, PollMask=0x%08X)\n", fd,
       static_cast<unsigned>(p.revents), pollMask);
-  return -9;
+  return kReadyError;
 }
 
 bool PauseUnlessWoken(int wakeFd) {
@@ -260,10 +263,10 @@ unsigned Exchange(int fd, const char* frame, size_t frameLength, unsigned pollMs
   }
 
   // A reply over the cap is refused like one that cannot be allocated.
-  Buffer buffer(length <= FrameReader::kMaxLength ? FrameReader::Allocate(length) : nullptr);
+  const Buffer buffer = FrameReader::Allocate(length);
   if (!buffer) {
     g_Debug.PrintAlways("SendRequestOnFd: ERROR: Can't allocate memory for JSON reply on fd=%d (size=%d)!\n", fd,
-                        static_cast<int>(static_cast<size_t>(length) + kSpareBytes));
+                        static_cast<int>(static_cast<size_t>(length) + FrameReader::kSpareBytes));
     return kJsonNoMemory;
   }
   g_Debug.Print(4, "SendRequestOnFd: read reply on fd=%d, ReplyLen=%d ...\n", fd, static_cast<int>(length));
@@ -296,11 +299,11 @@ unsigned Exchange(int fd, const char* frame, size_t frameLength, unsigned pollMs
 unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsigned timeout, int wakeFd) {
   const char* text = request != nullptr ? request : "";
   const size_t textLength = std::strlen(text) + 1;
-  if (textLength > UINT32_MAX - kSpareBytes) {
+  if (textLength > UINT32_MAX - FrameReader::kSpareBytes) {
     g_Debug.Print(1, "CSwitchClient::JsonSendRequest: ERROR Failed to allocate JSON reply buffer!\n");
     return kJsonNoMemory;
   }
-  Buffer frame(static_cast<char*>(std::malloc(textLength + kSpareBytes)));
+  Buffer frame(static_cast<char*>(std::malloc(textLength + FrameReader::kSpareBytes)));
   if (!frame) {
     g_Debug.Print(1, "CSwitchClient::JsonSendRequest: ERROR Failed to allocate JSON reply buffer!\n");
     return kJsonNoMemory;
@@ -311,7 +314,8 @@ unsigned JsonSendRequest(int fd, const char* request, std::string& reply, unsign
   g_Debug.Print(4, "CSwitchClient::JsonSendRequest: send JSON request string: %s\n", text);
 
   // Seconds to milliseconds; callers pass 30000, so a wait may be very long.
-  const unsigned long long pollMsec = static_cast<unsigned long long>(timeout == 0 ? 30000 : timeout) * 1000ull;
+  const unsigned long long pollMsec =
+      static_cast<unsigned long long>(timeout == 0 ? kChannelTimeout : timeout) * 1000ull;
   const unsigned rc = Exchange(fd, frame.get(), sizeof(length) + textLength,
                                pollMsec > UINT_MAX ? UINT_MAX : static_cast<unsigned>(pollMsec), wakeFd, reply);
   if (rc != kJsonOk) g_Debug.Print(4, "CSwitchClient::JsonSendRequest: on fd=%d failed\n", fd);
@@ -324,8 +328,7 @@ std::string BuildInitChannelBlock(const char* clientName, int fd) {
     const size_t length = strnlen(clientName, kInitBlockNameSize);
     std::memcpy(&block[0], clientName, length);
   }
-  const uint32_t value = static_cast<uint32_t>(fd);
-  for (size_t i = 0; i < 4; ++i) block[kInitBlockFdOffset + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+  LittleEndian::Write32(static_cast<uint32_t>(fd), reinterpret_cast<unsigned char*>(&block[kInitBlockFdOffset]));
   return block;
 }
 
@@ -358,14 +361,11 @@ bool SendInitChannelCommand(int fd, const char* clientName, unsigned channelCode
   // Any other failure shows when the channel is used.
   record.ParseReply(reply);
   std::vector<unsigned char> answer;
-  int daemonFd = -1;
-  if (record.GetCmdDataStream(record.GetCmdIndex(), answer) && answer.size() >= kInitBlockFdOffset + 4) {
-    uint32_t value = 0;
-    for (size_t i = 0; i < 4; ++i) value |= static_cast<uint32_t>(answer[kInitBlockFdOffset + i]) << (8 * i);
-    daemonFd = static_cast<int>(value);
-  }
+  uint32_t daemonFd = static_cast<uint32_t>(-1);
+  if (record.GetCmdDataStream(record.GetCmdIndex(), answer))
+    LittleEndian::Read32(answer.data(), answer.size(), kInitBlockFdOffset, daemonFd);
   g_Debug.Print(4, "SendInitChannelCommand: Request Channel (type=JSON) opened and initialized (fd=%d, omadfd=%d)\n", fd,
-                daemonFd);
+                static_cast<int>(daemonFd));
   return true;
 }
 
@@ -379,8 +379,8 @@ int JsonAttach(const char* path, const char* clientName) {
     fd = OpenDevice(where);
     if (fd >= 0) break;
     const int err = errno;
-    usleep(50000);
-    if (attempt % 10 == 0)
+    usleep(kAttachPauseUsec);
+    if (attempt % kTraceEveryAttempts == 0)
       g_Debug.Print(3, "JsonAttach: Connect to socket %s failed (thrId=0x%08X): %s --> retry #%d\n", where, ThreadId(),
                     strerror(err), attempt + 1);
   }
@@ -391,7 +391,7 @@ int JsonAttach(const char* path, const char* clientName) {
   }
   g_Debug.Print(4, "JsonAttach: Client \"%s\" successfully connected to socket %s\n", name, where);
   g_Debug.Print(4, "JsonAttach: Request channel to %s (fd=%d, Timeout=%d, Retries=%d msec) opened (thrId=0x%08X)\n",
-                where, fd, 30000, 10, ThreadId());
+                where, fd, static_cast<int>(kChannelTimeout), kSendPasses, ThreadId());
   SendInitChannelCommand(fd, name, kJsonRequestChannel, kChannelTimeout);
   return fd;
 }
@@ -410,7 +410,7 @@ int JsonRegisterForEvents(const char* clientName, int wakeFd) {
     fd = OpenDevice(path.c_str());
     if (fd >= 0) break;
     const int err = errno;
-    if (attempt % 10 == 0)
+    if (attempt % kTraceEveryAttempts == 0)
       g_Debug.PrintAlways("OpenEventChannel: Connect to %s failed: errno=%d %s --> retry (%d)\n", path.c_str(), err,
                           strerror(err), attempt);
     if (!PauseUnlessWoken(wakeFd)) {

@@ -16,7 +16,8 @@ constexpr unsigned kInitChannelOpCode = 0xFFA0;
 constexpr size_t kInitBlockSize = 218;
 constexpr size_t kInitBlockNameSize = 65;
 constexpr size_t kInitBlockFdOffset = 65;
-// Timeout every caller passes to SendInitChannelCommand.
+// Timeout every caller passes to SendInitChannelCommand, and the one a
+// request with timeout 0 gets (seconds).
 constexpr unsigned kChannelTimeout = 30000;
 
 // Results of JsonSendRequest.
@@ -29,7 +30,9 @@ enum : unsigned {
   kJsonWriteFailed = 22,
 };
 
-// Connected descriptor, -1 (socket not created) or -2 (connect failed).
+// The connected descriptor, or one of these.
+constexpr int kOpenNoSocket = -1;
+constexpr int kOpenConnectFailed = -2;
 int OpenDevice(const char* path);
 
 // Connects fd to the Unix socket at path; false with errno telling why
@@ -40,10 +43,13 @@ bool ConnectUnixSocket(int fd, const char* path);
 // Every wait of the event thread also watches its termination pipe, passed
 // as wakeFd (-1: nothing to watch).
 
-// pollMask when fd shows all its bits; -3 bad fd, -4 zero timeout, -6 poll
-// error or hang-up, -9 error condition or incomplete mask, -15 time-out,
-// kFdWoken when wakeFd became readable first.
-constexpr int kFdWoken = -20;
+// pollMask when fd shows all its bits, else one of these.
+constexpr int kReadyBadFd = -3;
+constexpr int kReadyZeroTimeout = -4;
+constexpr int kReadyPollError = -6;  // poll() failed, or hang-up
+constexpr int kReadyError = -9;      // error condition, or not every bit of the mask
+constexpr int kReadyTimeout = -15;
+constexpr int kFdWoken = -20;  // wakeFd became readable first
 int IsFdReady(int fd, unsigned pollMask, unsigned timeoutMsec, int wakeFd = -1);
 
 // Sleeps one second; false, at once, when wakeFd is or becomes readable.

@@ -1,9 +1,11 @@
 #include "agent/SipJson.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
@@ -11,11 +13,15 @@
 #include <rapidjson/writer.h>
 
 #include "runtime/CStringMapper.h"
+#include "runtime/LittleEndian.h"
 
 namespace {
 
 using Value = SipJson::GenericValue;
 using Document = SipJson::GenericDocument;
+
+// Statuses of a reply that may still carry data.
+constexpr unsigned kDataStatuses[] = {SipJson::kStatusOk, 12, 21, 255};
 
 // Forwards SAX events to the document and stops the parse once containers
 // nest deeper than the limit, so nothing deeper ever reaches the DOM.
@@ -241,8 +247,10 @@ bool SipJson::GetCmdDataStream(int cmd, std::vector<unsigned char>& out) const {
       out.clear();
       if (!da->IsUint() && !da->IsUint64()) return false;
       const uint64_t v = da->GetUint64();
+      unsigned char bytes[sizeof v];
       const size_t width = WidthOf(v);
-      for (size_t i = 0; i < width; ++i) out.push_back(static_cast<unsigned char>(v >> (8 * i)));
+      LittleEndian::Write(v, width, bytes);
+      out.assign(bytes, bytes + width);
       return true;
     }
     default:
@@ -257,16 +265,14 @@ bool SipJson::GetCmdUIntData(int cmd, unsigned& out) const {
     case rapidjson::kObjectType: {
       const GenericValue* raw = RawArray(*da);
       if (raw == nullptr || raw->Empty()) return false;
-      const GenericValue& a = *raw;
-      if (a.Size() == 1) {
-        out = Low32(a[0]);
-      } else if (a.Size() == 2) {
-        out = LowByte(a[0]) | (unsigned{LowByte(a[1])} << 8);
-      } else {
-        // Three bytes read as four, the fourth as zero when absent.
-        const unsigned b3 = a.Size() > 3 ? LowByte(a[3]) : 0;
-        out = LowByte(a[0]) | (unsigned{LowByte(a[1])} << 8) | (unsigned{LowByte(a[2])} << 16) | (b3 << 24);
+      if (raw->Size() == 1) {
+        out = Low32((*raw)[0]);
+        return true;
       }
+      // Two bytes, or four: a block of three reads as four, the fourth zero.
+      unsigned char bytes[4] = {};
+      for (rapidjson::SizeType i = 0; i < raw->Size() && i < 4; ++i) bytes[i] = LowByte((*raw)[i]);
+      out = LittleEndian::Read32(bytes);
       return true;
     }
     case rapidjson::kFalseType:
@@ -336,11 +342,11 @@ unsigned SipJson::GetCmdElemValue(int cmd, const char* name, unsigned dflt) cons
 }
 
 bool SipJson::HasReplyData() const {
-  const unsigned status = GetCmdElemValue(m_CmdIndex, "ST", 22);
-  if (status != 0 && status != 12 && status != 21 && status != 255) return false;
+  const unsigned status = GetCmdElemValue(m_CmdIndex, "ST", kStatusAbsent);
+  if (std::find(std::begin(kDataStatuses), std::end(kDataStatuses), status) == std::end(kDataStatuses)) return false;
   const int type = GetCmdDataType(m_CmdIndex);
-  if (type < 5) return type != 0;
-  if (type == 6) return true;
+  if (type < rapidjson::kStringType) return type != rapidjson::kNullType;
+  if (type == rapidjson::kNumberType) return true;
   return GetCmdDataSize(m_CmdIndex) != 0;
 }
 

@@ -24,6 +24,10 @@ class SipJson {
   // model destroys and serialises recursively, so depth must stay bounded.
   static constexpr unsigned kMaxDepth = 128;
 
+  // "ST" of a reply: 0 for success; a command without one reads as 22.
+  static constexpr unsigned kStatusOk = 0;
+  static constexpr unsigned kStatusAbsent = 22;
+
   SipJson();
   ~SipJson();
   SipJson(const SipJson&) = delete;
@@ -39,8 +43,8 @@ class SipJson {
   // Sets (or, for 0 with removeIfZero, removes) an unsigned member.
   static bool SetCmdElemValue(GenericValue& cmd, const char* name, unsigned value, bool removeIfZero);
 
-  // JSON type number of "DA": 0 null/missing, 1 false, 2 true, 3 object,
-  // 4 array, 5 string, 6 number.
+  // JSON type of "DA" as a rapidjson::Type: 0 null/missing, 1 false,
+  // 2 true, 3 object, 4 array, 5 string, 6 number.
   int GetCmdDataType(int cmd) const;
   size_t GetCmdDataSize(int cmd) const;
   bool GetCmdDataStream(int cmd, std::vector<unsigned char>& out) const;

@@ -9,19 +9,10 @@
 #include "runtime/CDebug.h"
 #include "runtime/CProcess.h"
 #include "runtime/CServerControlPaths.h"
+#include "runtime/LittleEndian.h"
 #include "xml/CMarkup.h"
 
 namespace {
-
-uint16_t readU16(const unsigned char* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
-
-int32_t readI32(const unsigned char* p) {
-  uint32_t value = static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-                   (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
-  int32_t result;
-  std::memcpy(&result, &value, sizeof result);
-  return result;
-}
 
 bool tryLoad(CMarkup& messages, const std::string& path) {
   if (g_Debug.IsEnabled()) g_Debug.Print(4, "\nCLogMsgFile         : Try to open file \"%s\"", path.c_str());
@@ -71,13 +62,13 @@ std::vector<SystemEventLog::Row> SystemEventLog::rowsFromBlock(const unsigned ch
     if (left <= kSeverityAt) { stop = kCutOff; break; }
     const ComponentStatus& status = severityStatus(record[kSeverityAt]);
     if (left < kTimeEnd) { stop = kCutOff; break; }
-    const size_t length = readU16(record);
+    const size_t length = LittleEndian::Read16(record);
 
     Row row;
     row.status = status;
     row.cells.reserve(3);
-    row.cells.push_back(codeText(readU16(record + kCodeAt)));
-    row.cells.push_back(timeText(readI32(record + kTimeAt)));
+    row.cells.push_back(codeText(LittleEndian::Read16(record + kCodeAt)));
+    row.cells.push_back(timeText(LittleEndian::ReadI32(record + kTimeAt)));
     // The text runs to its NUL, inside the block. It may run on into the
     // following records, but no further than its own record is long while
     // the walk goes on: otherwise a block without NULs would make every row

@@ -8,9 +8,8 @@
 
 namespace {
 
-constexpr unsigned kStatusAbsent = 22;
-constexpr int kTypeString = 5;
-constexpr int kTypeNumber = 6;
+// Seconds each read may take, handed to Request.
+constexpr uint16_t kRequestTimeout = 10;
 
 // Value ids that are not part of a component family.
 constexpr unsigned kIdentityStrings = 0x0C00;
@@ -20,12 +19,13 @@ constexpr unsigned kDrvMonCount = 0x1800;
 constexpr unsigned kDrvMonClass = 0x1805;
 constexpr unsigned kDrvMonClearStatus = 0x180A;
 constexpr unsigned kIpAddress = 0xE108;
+constexpr unsigned kIpAddressSlots = 2;
 constexpr unsigned kOverallStatus = 0x2301;
 constexpr unsigned kGroupStatus = 0x2306;
 
 }  // namespace
 
-SystemInformation::SystemInformation() : m_Reserved(0), m_CabinetNumber(0), m_RequestTimeout(10) {
+SystemInformation::SystemInformation() : m_Reserved(0), m_CabinetNumber(0), m_RequestTimeout(kRequestTimeout) {
   m_Cmd.JsonInit();
   if (!Attach(nullptr, false, 0)) {
     // The process ends here without unwinding. The record's JSON blocks are
@@ -48,7 +48,7 @@ bool SystemInformation::sendAndCheckStatus() {
   // Request's own result is the same "ST" (or a transport code written into
   // it), so only the reply is judged.
   Request(m_Cmd, m_RequestTimeout);
-  return m_Cmd.GetCmdElemValue(cmdIndex(), "ST", kStatusAbsent) == 0;
+  return m_Cmd.GetCmdElemValue(cmdIndex(), "ST", SipJson::kStatusAbsent) == SipJson::kStatusOk;
 }
 
 bool SystemInformation::sendRead(unsigned int valueId, unsigned int subIndex, unsigned int objectIndex) {
@@ -80,7 +80,7 @@ std::string SystemInformation::getSipStringValue(unsigned int valueId, unsigned 
                                                  unsigned int objectIndex) {
   std::string result;
   if (!sendRead(valueId, subIndex, objectIndex) || !replyHasData()) return result;
-  if (m_Cmd.GetCmdDataType(cmdIndex()) == kTypeString) m_Cmd.GetCmdDataString(cmdIndex(), result, 0);
+  if (m_Cmd.GetCmdDataType(cmdIndex()) == rapidjson::kStringType) m_Cmd.GetCmdDataString(cmdIndex(), result, 0);
   return result;
 }
 
@@ -93,7 +93,7 @@ uint32_t SystemInformation::getSipNumberValue(unsigned int valueId, unsigned int
 bool SystemInformation::tryGetSipNumberValue(unsigned int& value, unsigned int valueId,
                                              unsigned int subIndex, unsigned int objectIndex) {
   if (!sendRead(valueId, subIndex, objectIndex) || !replyHasData()) return false;
-  if (m_Cmd.GetCmdDataType(cmdIndex()) != kTypeNumber) return false;
+  if (m_Cmd.GetCmdDataType(cmdIndex()) != rapidjson::kNumberType) return false;
   // A number reply always sets the value, to 0 when it does not fit.
   value = 0;
   return m_Cmd.GetCmdUIntData(cmdIndex(), value);
@@ -322,7 +322,7 @@ uint32_t SystemInformation::getNetworkAdaptersOverallStatus() { return getSipNum
 
 std::vector<std::string> SystemInformation::getIpAddresses() {
   std::vector<std::string> addresses;
-  for (unsigned int slot = 0; slot < 2; ++slot) {
+  for (unsigned int slot = 0; slot < kIpAddressSlots; ++slot) {
     // Slot 1 changes only the sub-index: the value id stays from slot 0, and
     // neither read writes an object index or a cabinet number.
     SipJson::GenericValue& cmd = m_Cmd.GetCmd();
