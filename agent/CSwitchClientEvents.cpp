@@ -17,6 +17,7 @@
 #include "runtime/CCriticalSection.h"
 #include "runtime/CDebug.h"
 #include "runtime/CThread.h"
+#include "runtime/ThreadId.h"
 
 namespace {
 
@@ -34,8 +35,6 @@ constexpr unsigned long kEventThreadStack = 0x100000;
 constexpr int kStopPolls = 10;
 constexpr useconds_t kStopPollUsec = 500000;
 constexpr useconds_t kStopPauseUsec = 30000;
-
-unsigned SelfId() { return static_cast<unsigned>(pthread_self()); }
 
 void CloseFd(int& fd) {
   if (fd >= 0) close(fd);
@@ -171,19 +170,19 @@ bool CSwitchClient::JsonDisableEvents() {
 
 bool CSwitchClient::RegisterEventHandler(EventHandler handler, void* context) {
   if (handler == nullptr) return false;
-  CCriticalSectionGuard lock(m_CallbackLock);
+  std::lock_guard<CCriticalSection> lock(m_CallbackLock);
   m_CallbackMap[handler] = context;  // a handler registered again gets the new context
   return true;
 }
 
 bool CSwitchClient::UnregisterEventHandler(EventHandler handler) {
-  CCriticalSectionGuard lock(m_CallbackLock);
+  std::lock_guard<CCriticalSection> lock(m_CallbackLock);
   return m_CallbackMap.erase(handler) > 0;
 }
 
 void CSwitchClient::CallEventHandlers(SipJson& event) {
   // Recursive: a handler may (un)register handlers, itself included.
-  CCriticalSectionGuard lock(m_CallbackLock);
+  std::lock_guard<CCriticalSection> lock(m_CallbackLock);
   // Walk by key rather than by iterator: the entry just called may be gone.
   auto it = m_CallbackMap.begin();
   while (it != m_CallbackMap.end()) {
@@ -209,7 +208,7 @@ void* CSwitchClient::Thread_EventMain(void* client) {
     g_Debug.Print(1, "Thread_EventMain: ## ERROR ## internal error on starting pClassContext = %p", client);
   else
     static_cast<CSwitchClient*>(client)->EventMain();
-  g_Debug.Print(1, "THREAD_RETURN: ## INFO: Thread = 0x%08X exited, Return = 0x%08x##\n", SelfId(), 0u);
+  g_Debug.Print(1, "THREAD_RETURN: ## INFO: Thread = 0x%08X exited, Return = 0x%08x##\n", ThreadId(), 0u);
   return nullptr;
 }
 

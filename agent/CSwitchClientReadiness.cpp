@@ -14,6 +14,7 @@
 #include "agent/JsonChannel.h"
 #include "runtime/CDebug.h"
 #include "runtime/CSystemRoot.h"
+#include "runtime/ThreadId.h"
 
 namespace {
 
@@ -21,7 +22,6 @@ constexpr int kReadyPasses = 600;
 constexpr long kDefaultMaxWait = 1200;
 constexpr long kCheckPeriod = 2;
 
-unsigned ThreadId() { return static_cast<unsigned>(pthread_self()); }
 
 bool PathExists(const std::string& path) {
   struct stat st;

@@ -21,6 +21,7 @@
 #include "runtime/CDebug.h"
 #include "runtime/CSystemRoot.h"
 #include "runtime/LittleEndian.h"
+#include "runtime/ThreadId.h"
 
 namespace {
 
@@ -34,7 +35,6 @@ constexpr const char* kEventSocketPath = "/dev/omadaj";
 
 using Buffer = FrameReader::Buffer;
 
-unsigned ThreadId() { return static_cast<unsigned>(pthread_self()); }
 
 int ToPollTimeout(unsigned msec) { return msec > INT_MAX ? INT_MAX : static_cast<int>(msec); }
 
