@@ -1,9 +1,7 @@
 #include "html/CollapsibleComposite.h"
 
 CollapsibleComposite::CollapsibleComposite() {
-  setDirectRender(typeid(CollapsibleComposite), [](HTMLComponent& self, std::string& html) {
-    static_cast<CollapsibleComposite&>(self).appendContent(html);
-  });
+  renderDirectly<CollapsibleComposite>();
 }
 
 std::string CollapsibleComposite::statusToCssClass() const {
@@ -15,11 +13,7 @@ std::string CollapsibleComposite::statusToCssClass() const {
   }
 }
 
-std::string CollapsibleComposite::renderContent() {
-  std::string html;
-  appendContent(html);
-  return html;
-}
+std::string CollapsibleComposite::renderContent() { return rendered(*this); }
 
 void CollapsibleComposite::appendContent(std::string& html) const {
   html += "\n    <button type=\"button\" class=\"collapsible title-text";

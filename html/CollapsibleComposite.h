@@ -18,6 +18,7 @@ class CollapsibleComposite : public HTMLComposite {
   std::string statusToCssClass() const;
 
  private:
+  friend class HTMLComponent;  // renders through appendContent
   // Appends exactly what renderContent() of this class returns.
   void appendContent(std::string& html) const;
 

@@ -36,6 +36,19 @@ class HTMLComponent {
   // through renderContent(), so an override of it always counts.
   void setDirectRender(const std::type_info& type, DirectRender render);
 
+  // The usual pairing: T's public appendContent(html) appends what its
+  // renderContent() returns, and renderContent() is rendered(*this).
+  template <class T>
+  void renderDirectly() {
+    setDirectRender(typeid(T), [](HTMLComponent& self, std::string& html) { static_cast<T&>(self).appendContent(html); });
+  }
+  template <class T>
+  static std::string rendered(T& self) {
+    std::string html;
+    self.appendContent(html);
+    return html;
+  }
+
  private:
   const std::type_info* directType_ = nullptr;
   DirectRender directRender_ = nullptr;

@@ -1,9 +1,7 @@
 #include "html/PanelComponent.h"
 
 PanelComponent::PanelComponent() {
-  setDirectRender(typeid(PanelComponent), [](HTMLComponent& self, std::string& html) {
-    static_cast<PanelComponent&>(self).appendContent(html);
-  });
+  renderDirectly<PanelComponent>();
 }
 
 void PanelComponent::addField(std::string name, std::string value) {
@@ -11,11 +9,7 @@ void PanelComponent::addField(std::string name, std::string value) {
   fields_.emplace_back(std::move(name), std::move(value));
 }
 
-std::string PanelComponent::renderContent() {
-  std::string html;
-  appendContent(html);
-  return html;
-}
+std::string PanelComponent::renderContent() { return rendered(*this); }
 
 void PanelComponent::appendContent(std::string& html) const {
   html += "\n      <div class=\"status-table panel-body\">";

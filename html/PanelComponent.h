@@ -16,6 +16,7 @@ class PanelComponent : public HTMLComponent {
   std::string renderContent() override;
 
  private:
+  friend class HTMLComponent;  // renders through appendContent
   // Appends exactly what renderContent() of this class returns.
   void appendContent(std::string& html) const;
 

@@ -1,9 +1,7 @@
 #include "html/TableComponent.h"
 
 TableComponent::TableComponent() {
-  setDirectRender(typeid(TableComponent), [](HTMLComponent& self, std::string& html) {
-    static_cast<TableComponent&>(self).appendContent(html);
-  });
+  renderDirectly<TableComponent>();
 }
 
 void TableComponent::addColumn(std::string column) { columns_.push_back(std::move(column)); }
@@ -21,11 +19,7 @@ std::string TableComponent::statusToCssClass(ComponentStatusValue status) {
   }
 }
 
-std::string TableComponent::renderContent() {
-  std::string html;
-  appendContent(html);
-  return html;
-}
+std::string TableComponent::renderContent() { return rendered(*this); }
 
 void TableComponent::appendContent(std::string& html) const {
   html += "\n      <table class=\"data-table component-table\">\n        <thead>\n          <tr>";

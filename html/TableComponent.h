@@ -22,6 +22,7 @@ class TableComponent : public HTMLComponent {
   static std::string statusToCssClass(ComponentStatusValue status);
 
  private:
+  friend class HTMLComponent;  // renders through appendContent
   // Appends exactly what renderContent() of this class returns.
   void appendContent(std::string& html) const;
 

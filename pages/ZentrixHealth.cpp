@@ -27,16 +27,10 @@ ComponentStatusValue asStatus(uint32_t value) { return static_cast<ComponentStat
 
 ZentrixHealth::ZentrixHealth() {
   setTitle("System Health");
-  setDirectRender(typeid(ZentrixHealth), [](HTMLComponent& self, std::string& html) {
-    static_cast<ZentrixHealth&>(self).appendContent(html);
-  });
+  renderDirectly<ZentrixHealth>();
 }
 
-std::string ZentrixHealth::renderContent() {
-  std::string html;
-  appendContent(html);
-  return html;
-}
+std::string ZentrixHealth::renderContent() { return rendered(*this); }
 
 void ZentrixHealth::appendContent(std::string& html) {
   fillEnvironment();

@@ -54,6 +54,7 @@ class ZentrixHealth : public HTMLComposite {
   static ComponentStatus raidSoftwareRowStatus(bool installed, const ComponentStatus& raid);
 
  private:
+  friend class HTMLComponent;  // renders through appendContent
   // Fills the page and appends what renderContent() returns; the document
   // renders the page straight into its own buffer through this.
   void appendContent(std::string& html);

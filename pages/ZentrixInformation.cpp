@@ -8,16 +8,10 @@
 
 ZentrixInformation::ZentrixInformation() {
   setTitle("System Information");
-  setDirectRender(typeid(ZentrixInformation), [](HTMLComponent& self, std::string& html) {
-    static_cast<ZentrixInformation&>(self).appendContent(html);
-  });
+  renderDirectly<ZentrixInformation>();
 }
 
-std::string ZentrixInformation::renderContent() {
-  std::string html;
-  appendContent(html);
-  return html;
-}
+std::string ZentrixInformation::renderContent() { return rendered(*this); }
 
 void ZentrixInformation::appendContent(std::string& html) {
   fillSystemPanel();

@@ -24,6 +24,7 @@ class ZentrixInformation : public HTMLComposite {
   static std::string secondsToDaysHoursMinutes(unsigned int seconds);
 
  private:
+  friend class HTMLComponent;  // renders through appendContent
   // Fills the page and appends what renderContent() returns; the document
   // renders the page straight into its own buffer through this.
   void appendContent(std::string& html);
