@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages a task needs, only when one is missing (a
 # minimal Debian 12 has no compiler, no cmake and no python3).
-#   install-deps.sh [group...]   groups: build (default), browser, bench, package, python
+#   install-deps.sh [group...]   groups: build (default), browser, bench, package, python, fleet
 set -e
 [ $# -eq 0 ] && set -- build
 packages=""
@@ -12,6 +12,7 @@ for group in "$@"; do
     bench) packages="$packages python3 python3-matplotlib" ;;
     package) packages="$packages dpkg-dev file" ;;
     python) packages="$packages python3" ;;
+    fleet) packages="$packages python3 ansible-core" ;;
     *) echo "install-deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done
