@@ -24,6 +24,7 @@ from zentrix_report_test import golden  # noqa: E402
 
 INDEX = os.path.join(SOURCE, "tools", "fleet-index", "zentrix-fleet-index")
 HOSTS = {"typical": "typical", "degraded": "degraded", "stopped": "typical"}  # host: profile
+REPORT = "Zentrix_20260101120000.html"
 DOWN = "ERROR: Orvana Agentless Service could not be connected"
 
 
@@ -39,16 +40,18 @@ def index(reports, *options):
 
 def check_index_on_goldens(reports):
     """Unreadable reports are listed; worst first; metrics agree."""
-    for host, text in (("a-ok", golden("typical")), ("b-warn", golden("typical").replace(' status-normal">Network',
-                                                                                       ' status-warning">Network')),
-                       ("c-empty", golden("empty")), ("d-cut", golden("degraded")[:5000])):
+    warn = golden("typical").replace(' status-normal">Network', ' status-warning">Network')
+    for host, name, text in (("a-ok", REPORT, golden("typical")), ("b-warn", REPORT, warn), ("c-empty", REPORT,
+                             golden("empty")), ("d-cut", REPORT, golden("degraded")[:5000]),
+                             ("e-odd", "status.json", '{"exit_status": "0"}')):
         os.makedirs(os.path.join(reports, host))
-        with open("%s/%s/Zentrix_20260101120000.html" % (reports, host), "w", encoding="utf-8") as out:
+        with open(os.path.join(reports, host, name), "w", encoding="utf-8") as out:
             out.write(text)
     listed = index(reports, "--prometheus", reports + "/fleet.prom")
-    check([h["host"] for h in listed] == ["d-cut", "b-warn", "c-empty", "a-ok"], listed)
-    check(listed[1]["attention"] == ["Network"], listed[1])
+    check([h["host"] for h in listed] == ["d-cut", "e-odd", "b-warn", "c-empty", "a-ok"], listed)
     check(listed[0]["reason"].startswith("report cannot be read: line ") and listed[0]["report"], listed[0])
+    check(listed[1]["reason"].startswith("run record cannot be read"), listed[1])
+    check(listed[2]["attention"] == ["Network"], listed[2])
     with open(reports + "/fleet.prom", encoding="utf-8") as f:
         metrics = f.read().splitlines()
     check({'zentrix_category_status{host="c-empty",category="Network"} 4', 'zentrix_exit_status{host="d-cut"} -1',

@@ -20,6 +20,7 @@ import zentrix_report
 CODES = {"normal": 1, "warning": 2, "error": 3, "not-present": 4}
 WORDS = {"normal": "Normal", "warning": "Warning", "error": "Error", "not-present": "Not present"}
 RECORD = "status.json"
+RECORD_TYPES = {"time": int, "exit_status": int, "stdout": str, "report": str, "error": str}
 
 
 def collect(reports_dir, now=None):
@@ -47,13 +48,13 @@ def _host(host, directory, reports_dir, now):
     try:
         with open(os.path.join(directory, RECORD), encoding="utf-8") as f:
             record = json.load(f)
-        numbers = record.get("time"), record.get("exit_status")
-        if not all(isinstance(v, (int, type(None))) for v in numbers):
-            raise ValueError("time and exit_status must be whole numbers")
-        entry["time"], entry["exit_status"] = numbers
+        if not isinstance(record, dict) or any(not isinstance(record.get(k), (t, type(None)))
+                                               for k, t in RECORD_TYPES.items()):
+            raise ValueError("not a run record")
+        entry["time"], entry["exit_status"] = record.get("time"), record.get("exit_status")
     except FileNotFoundError:
         pass
-    except (OSError, ValueError, AttributeError) as error:
+    except (OSError, ValueError) as error:
         entry["reason"] = "run record cannot be read: %s" % error
         return entry, None
     failure = _failure(record)

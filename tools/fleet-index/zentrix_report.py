@@ -50,6 +50,8 @@ ICON_RULE = re.compile(r"\.status-(%s)\{background-image:url\(data:image/png;bas
 
 
 MARKUP_IN_TEXT = re.compile(r"\n *<")
+# Reports nest two levels; a file nested far deeper is no report.
+MAX_DEPTH = 16
 
 
 class ReportError(ValueError):
@@ -123,13 +125,15 @@ def read_file(path):
         raise ReportError(str(error)) from None
 
 
-def _children(c, closer):
+def _children(c, closer, depth=0):
+    if depth > MAX_DEPTH:
+        c.fail("sections nested too deeply")
     items = []
     while not c.take(closer):
         if c.take(SECTION):
             status = c.status('">', SECTION_CLASSES)
             title = c.text('</button>\n    <div class="content">')
-            items.append(Section(title, status, _children(c, "\n    </div>")))
+            items.append(Section(title, status, _children(c, "\n    </div>", depth + 1)))
         elif c.take(PANEL):
             fields = []
             while c.take(FIELD):

@@ -39,6 +39,8 @@ class ReadTest(unittest.TestCase):
                 ("a cell not closed", text.replace("</td>", "", 1)),
                 ("a row not closed", text.replace("\n          </tr>\n          <tr>", "\n          <tr>", 1)),
                 ("no pages", text[:text.index("\n  <button")] + text[text.index("\n  <script>"):]),
+                ("sections nested too deeply", text.replace('"content-main">', '"content-main">' + (
+                    z.SECTION + '">x</button>\n    <div class="content">') * 20 + "\n    </div>" * 20, 1)),
                 ("another page", "<!DOCTYPE html>\n<html><body>Zentrix</body></html>")):
             with self.assertRaises(z.ReportError, msg=damage):
                 z.read(spoiled)
