@@ -24,6 +24,14 @@ foreach(program zentrix-agent-sim zentrix-event-watch)
     endif()")
 endforeach()
 
+# The fleet index: the command and its modules, which it finds relative to
+# its own place (prefix/bin -> prefix/share/zentrix/fleet-index). The
+# collection playbook and role come along as documentation.
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/tools/fleet-index/zentrix-fleet-index DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${CMAKE_SOURCE_DIR}/tools/fleet-index/zentrix_report.py ${CMAKE_SOURCE_DIR}/tools/fleet-index/fleet_index.py
+        DESTINATION ${ZX_DATA_DIR}/fleet-index)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/contrib/ansible DESTINATION ${ZX_DOC_DIR})
+
 set(zx_profiles degraded empty typical)
 list(TRANSFORM zx_profiles PREPEND ${CMAKE_SOURCE_DIR}/tools/agent-sim/profiles/)
 list(TRANSFORM zx_profiles APPEND .json)
@@ -36,7 +44,7 @@ install(FILES ${CMAKE_SOURCE_DIR}/tools/agent-sim/README.md DESTINATION ${ZX_DOC
 set(zx_man_dir ${CMAKE_BINARY_DIR}/man)
 file(MAKE_DIRECTORY ${zx_man_dir})
 set(zx_man_pages "")
-foreach(page zentrix zentrix-agent-sim zentrix-event-watch)
+foreach(page zentrix zentrix-agent-sim zentrix-event-watch zentrix-fleet-index)
   add_custom_command(
     OUTPUT ${zx_man_dir}/${page}.1.gz
     COMMAND gzip -9 -n -c ${CMAKE_SOURCE_DIR}/docs/${page}.1 > ${zx_man_dir}/${page}.1.gz
@@ -65,13 +73,16 @@ agent daemon over Unix-domain sockets.\n\
 .\n\
 The package also holds an agent simulator with sample server profiles, so a\n\
 report can be made on a machine without the agent, and a watcher that prints\n\
-the agent's events.")
+the agent's events, and a fleet index that lists many servers' reports\n\
+worst first, as a page, JSON or metrics.")
 set(CPACK_DEBIAN_PACKAGE_NAME zentrix)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Zentrix developers")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# zentrix-fleet-index is a Python script; cpack adds the libraries' packages.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS python3)
 # -autostart hands the report to xdg-open; everything else works without it.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS xdg-utils)
 set(CPACK_STRIP_FILES ON)

@@ -47,8 +47,10 @@ fi
 # or benchmark binary, say) does not belong on a server.
 expected=$scratch/expected
 {
-  printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-event-watch \
-    share/doc/zentrix/agent-sim.md share/man/man1/Zentrix.1.gz
+  printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-event-watch bin/zentrix-fleet-index \
+    share/doc/zentrix/agent-sim.md share/man/man1/Zentrix.1.gz \
+    share/zentrix/fleet-index/fleet_index.py share/zentrix/fleet-index/zentrix_report.py
+  (cd "$source/contrib" && find ansible -type f | sed 's|^|share/doc/zentrix/|')
   for page in "$source"/docs/*.1; do
     echo "share/man/man1/${page##*/}.gz"
   done
@@ -61,7 +63,7 @@ if ! diff -u "$expected" "$scratch/actual"; then
   fail "installed files differ from the expected layout (- expected, + installed)"
 fi
 
-for program in Zentrix zentrix-agent-sim zentrix-event-watch; do
+for program in Zentrix zentrix-agent-sim zentrix-event-watch zentrix-fleet-index; do
   [ -x "$prefix/bin/$program" ] || fail "bin/$program is not executable"
 done
 for p in "$source"/tools/agent-sim/profiles/*.json; do
@@ -101,6 +103,13 @@ model=$(sed -n 's/.*"model": *"\([^"]*\)".*/\1/p' "$profile" | head -n 1)
 [ -n "$model" ] || fail "no model in $profile"
 grep -qF "$model" report.html || fail "report does not show the profile's model \"$model\""
 grep -qi '</html>' report.html || fail "report is not a complete HTML document"
+# The installed fleet index finds its installed modules and reads the report.
+if [ -x /usr/bin/python3 ]; then
+  mkdir -p fleet/host1 && cp report.html fleet/host1/Zentrix_20260101000000.html
+  "$prefix/bin/zentrix-fleet-index" fleet >"$scratch/fleet.log" 2>&1 || { cat "$scratch/fleet.log"; fail "zentrix-fleet-index failed"; }
+  tr -d '\n' <fleet/index.html | grep -q '<tr data-host="host1"> *<td class="status-normal icon status">Normal<' ||
+    fail "fleet index does not list host1 as normal"
+fi
 
 # --- the installed event watcher ---------------------------------------------
 "$prefix/bin/zentrix-event-watch" >"$scratch/events.log" 2>"$scratch/watch.log" &

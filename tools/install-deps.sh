@@ -6,7 +6,7 @@
 # and GoogleMock), benchmark (Google Benchmark), fuzz (clang and libFuzzer),
 # build (default: product, test and benchmark, what a developer build
 # configures), browser (the browser test), bench (bench/run's plots), package
-# (cpack), python.
+# (cpack), python, fleet (ansible-core for the fleet test).
 set -e
 [ $# -eq 0 ] && set -- build
 product="cmake make g++ rapidjson-dev libpugixml-dev"
@@ -24,6 +24,7 @@ for group in "$@"; do
     bench) packages="$packages python3 python3-matplotlib" ;;
     package) packages="$packages dpkg-dev file" ;;
     python) packages="$packages python3" ;;
+    fleet) packages="$packages python3 ansible-core" ;;
     *) echo "install-deps.sh: unknown group $group" >&2; exit 2 ;;
   esac
 done

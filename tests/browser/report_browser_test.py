@@ -6,6 +6,7 @@ and a console without errors.
 
     report_browser_test.py --zentrix BIN --agent-sim BIN [--profiles DIR]
     report_browser_test.py --report FILE       (check one given report)
+    report_browser_test.py --index DIR         (check a fleet index and its links)
     ... --break no-script|broken-script|no-style
         checks a spoiled copy instead; passes only when the checks that must
         notice that damage fail
@@ -29,6 +30,7 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.parse
 
 SKIPPED = 77
 CHROMIUM = "/usr/bin/chromium"
@@ -41,7 +43,7 @@ OPEN_ARROW = '"\u02c5"'
 TRANSITION_TIMEOUT = 3.0
 
 # Filled in by main() before the tests run.
-settings = argparse.Namespace(typical=None, degraded=None, all_statuses=True, screenshots=None)
+settings = argparse.Namespace(typical=None, degraded=None, all_statuses=True, screenshots=None, index=None)
 browser = None
 
 
@@ -425,6 +427,29 @@ class IconsTest(ReportTestCase):
             self.b.screenshot("browser-icons.png")
 
 
+class IndexTest(IconsTest):
+    """The fleet index: its icons are drawn (the inherited check) and each
+    host's link opens the report fetched for that host."""
+    def setUp(self):
+        self.b = browser
+        self.b.open(os.path.join(settings.index, "index.html"))
+
+    def test_each_link_opens_its_hosts_report(self):
+        rows = self.b.js("return Array.from(document.querySelectorAll('tr[data-host] a')).map(function(a){"
+                         "  var row = a.closest('tr'); return [row.dataset.host, a.href, row.cells[3].textContent]; })")
+        self.assertTrue(rows, "no links in the index")
+        for host, href, attention in rows:
+            with self.subTest(host=host):
+                self.b.driver.get(href)
+                path = urllib.parse.unquote(urllib.parse.urlparse(self.b.driver.current_url).path)
+                self.assertEqual(os.path.join(settings.index, host), os.path.dirname(path))
+                self.assertTrue(os.path.isfile(path), path)
+                # The categories the report itself colours warning or error.
+                shown = self.b.js("return Array.from(document.querySelectorAll('.content-main > button.status-warning,"
+                                  " .content-main > button.status-error')).map(function(b){ return b.textContent; })")
+                self.assertEqual(attention, ", ".join(shown))
+
+
 class ConsoleTest(ReportTestCase):
     def exercise(self, report):
         """Opens every section in page order, closes them all again; returns
@@ -461,21 +486,23 @@ def parse_arguments(argv):
     parser.add_argument("--agent-sim", help="the agent simulator")
     parser.add_argument("--profiles", default=os.path.join(SOURCE_DIR, "tools", "agent-sim", "profiles"))
     parser.add_argument("--report", help="check this report file instead of making reports")
+    parser.add_argument("--index", help="check the fleet index in this reports directory instead")
     parser.add_argument("--break", dest="break_kind", choices=sorted(BREAKS),
                         help="check a spoiled copy; pass only when the checks notice it")
     parser.add_argument("--screenshots", help="save PNGs of the checked pages into this directory")
     parser.add_argument("-v", "--verbose", action="store_true")
     arguments = parser.parse_args(argv)
-    for name in ("zentrix", "agent_sim", "report"):
+    for name in ("zentrix", "agent_sim", "report", "index"):
         if getattr(arguments, name):
             setattr(arguments, name, os.path.abspath(getattr(arguments, name)))
-    if not arguments.report and not (arguments.zentrix and arguments.agent_sim):
-        parser.error("give --report FILE, or --zentrix and --agent-sim")
+    if not (arguments.report or arguments.index) and not (arguments.zentrix and arguments.agent_sim):
+        parser.error("give --report FILE, --index DIR, or --zentrix and --agent-sim")
     return arguments
 
 
 def run_checks(verbose):
-    suite = unittest.defaultTestLoader.loadTestsFromModule(sys.modules[__name__])
+    classes = [IndexTest] if settings.index else ReportTestCase.__subclasses__()
+    suite = unittest.TestSuite(unittest.defaultTestLoader.loadTestsFromTestCase(c) for c in classes)
     return unittest.TextTestRunner(verbosity=2 if verbose else 1, stream=sys.stdout).run(suite)
 
 
@@ -490,12 +517,17 @@ def main(argv):
     if missing:
         print("browser test skipped: %s missing" % ", ".join(missing))
         return SKIPPED
+    if arguments.index and not os.path.isfile(os.path.join(arguments.index, "index.html")):
+        print("browser test skipped: no index.html in %s (no fleet run)" % arguments.index)
+        return SKIPPED
 
     global browser
     workdir = tempfile.mkdtemp(prefix="zx-browser-")
     started = time.monotonic()
     try:
-        if arguments.report:
+        if arguments.index:
+            settings.index, settings.all_statuses = arguments.index, False
+        elif arguments.report:
             settings.typical = settings.degraded = arguments.report
             settings.all_statuses = False
         else:
