@@ -95,6 +95,13 @@ TEST_F(DebugTest, SettingsFromDefaultsFileAndEnvironment) {
     EXPECT_EQ(directory, debug.GetTraceDirectory());
   };
   env_.set("OV_LOG_FILE_DIR", "/tmp/log-file-dir");  // read, but it never decides the directory
+  // A configuration directory without an ini file ignores even the environment.
+  Config("readme.txt", "[Zentrix]\nFileDebugLevel=2\n[EndOfFile]\n");
+  env_.set("OV_LOG_DEBUG_LEVEL", "3");
+  CDebug unconfigured;
+  EXPECT_TRUE(unconfigured.ReadDebugConfig("Zentrix"));
+  EXPECT_EQ(0u, unconfigured.GetTraceLevel());
+  env_.unset("OV_LOG_DEBUG_LEVEL");
   AppConfig("");
   check(&Setting::byDefault, root_.root() + kTraceDir);
 
@@ -113,17 +120,6 @@ TEST_F(DebugTest, SettingsFromDefaultsFileAndEnvironment) {
   }
   env_.set("OV_LOG_RINGBUF_DIR", "/from/env");
   check(&Setting::fromEnvironment, "/from/env");
-}
-
-TEST_F(DebugTest, EmptyConfigDirectoryIgnoresEvenTheEnvironment) {
-  env_.set("OV_LOG_DEBUG_LEVEL", "3");
-  CDebug unconfigured;  // without the directory at all the environment counts
-  EXPECT_TRUE(unconfigured.ReadDebugConfig("Zentrix"));
-  EXPECT_EQ(3u, unconfigured.GetTraceLevel());
-  Config("readme.txt", "[Zentrix]\nFileDebugLevel=2\n[EndOfFile]\n");
-  CDebug debug;
-  EXPECT_TRUE(debug.ReadDebugConfig("Zentrix"));
-  EXPECT_EQ(0u, debug.GetTraceLevel());
 }
 
 // Nothing at start selects the log file as the target, so with tracing on
@@ -183,9 +179,6 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     env_.set("OV_LOG_RINGBUF_WEIGHT_ZENTRIX", weight);
     CDebug debug("Zentrix");
     ASSERT_EQ(c.size, debug.GetRingSize());
-    debug.ForceMaxDebug(false);
-    debug.Print(1, "\nforced off");
-    debug.ForceMaxDebug(true);
     debug.Print(2, "\nfirst record");
     debug.Print(3, "\nsuppressed");
     debug.PrintAlways("\nin both");
@@ -206,7 +199,7 @@ TEST_F(DebugTest, RingBufferHeaderRecordsAndWrap) {
     EXPECT_EQ("# End of header.", MessageOf(lines[79]));
     size_t afterHeader = (ring.find("# End of header.\n") + 17 + 2048) & ~size_t{1023};
     EXPECT_EQ(afterHeader, ring.rfind('\n', ring.find("### Start of initialization. ###")) + 1);
-    EXPECT_EQ(0u, Count(ring, "suppressed") + Count(ring, "forced off"));
+    EXPECT_EQ(0u, Count(ring, "suppressed"));
     endMarks("in both\n");
 
     debug.SetApplInitDone();
