@@ -123,9 +123,9 @@ TEST_F(RegistryTest, KeysAreOpenedCreatedEnumeratedAndDeleted) {
   EXPECT_EQ(CRegistry::kFileNotFound, registry.DeleteValue("a"));
   EXPECT_EQ(CRegistry::kFileNotFound, registry.DeleteKey("b"));  // a value is not a key
   EXPECT_EQ(0u, registry.DeleteKey("Y"));
-  EXPECT_EQ(0u, registry.NoOfSubKeys(&count));
-  EXPECT_EQ(1u, count);
   ASSERT_TRUE(registry.SetValue("Ptr", "S\\X\\A"));  // a pointer value names the key to open
+  EXPECT_EQ(0u, registry.NoOfSubKeys(&count));
+  EXPECT_EQ(1u, count) << "values are not keys";
   CRegistry pointer;
   EXPECT_EQ(0u, pointer.OpenPointerKey("S\\X", "Ptr", CRegistry::MPLocalMachine, -1));
   EXPECT_EQ(registry.GetNode()->findChild("A"), pointer.GetNode());
