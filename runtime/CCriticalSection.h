@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <mutex>
 
 // Recursive lock built from a plain mutex, the owning thread and a count.
 // The owner is atomic because other threads read it (to decide whether they
@@ -40,7 +39,3 @@ class CCriticalSection {
   mutable unsigned m_Count;
   bool m_Valid;
 };
-
-// The earlier name of the scope guard, kept for code not yet moved over;
-// new code writes std::lock_guard<CCriticalSection>.
-using CCriticalSectionGuard = std::lock_guard<CCriticalSection>;

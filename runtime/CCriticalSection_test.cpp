@@ -4,8 +4,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -19,7 +19,8 @@ TEST(CCriticalSectionTest, RecursiveLockOpensOnlyAtItsOwnersLastLeave) {
   EXPECT_EQ(1u, lock.RecursionCount());
   std::atomic<bool> acquired{false};
   std::thread other([&] {
-    CCriticalSectionGuard guard(lock);
+    std::lock_guard<CCriticalSection> outer(lock);
+    std::lock_guard<CCriticalSection> inner(lock);  // recursion on the new owner
     acquired = true;
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -28,23 +29,6 @@ TEST(CCriticalSectionTest, RecursiveLockOpensOnlyAtItsOwnersLastLeave) {
   other.join();
   EXPECT_TRUE(acquired);
   EXPECT_FALSE(lock.IsHeldByCaller());
-}
-
-TEST(CCriticalSectionTest, NestedGuardsKeepACounterConsistentUnderContention) {
-  CCriticalSection lock;
-  long counter = 0;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 3; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 20000; ++i) {
-        CCriticalSectionGuard outer(lock);
-        CCriticalSectionGuard inner(lock);
-        ++counter;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(60000, counter);
 }
 
 }  // namespace
