@@ -1,6 +1,6 @@
 # What `cmake --install` and the Debian package carry: the tool, the agent
 # simulator and the event watcher (under names that say which product they
-# belong to), the simulator's profiles, the manual pages and the simulator's
+# belong to), the support-case capture script, the simulator's profiles, the manual pages and the simulator's
 # documentation. Tests, benchmarks and fuzzers are never installed.
 include(GNUInstallDirs)
 
@@ -16,6 +16,9 @@ install(PROGRAMS $<TARGET_FILE:event-watch> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-event-watch)
 # install(PROGRAMS) copies files as they are; strip these two by hand when
 # stripping was asked for (`cmake --install --strip`, and the package).
+# It runs Zentrix and the simulator installed beside it.
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/tools/capture/zentrix-capture.sh DESTINATION ${CMAKE_INSTALL_BINDIR}
+        RENAME zentrix-capture)
 foreach(program zentrix-agent-sim zentrix-event-watch)
   install(CODE "
     if(CMAKE_INSTALL_DO_STRIP AND NOT \"${CMAKE_STRIP}\" STREQUAL \"\")
@@ -36,7 +39,7 @@ install(FILES ${CMAKE_SOURCE_DIR}/tools/agent-sim/README.md DESTINATION ${ZX_DOC
 set(zx_man_dir ${CMAKE_BINARY_DIR}/man)
 file(MAKE_DIRECTORY ${zx_man_dir})
 set(zx_man_pages "")
-foreach(page zentrix zentrix-agent-sim zentrix-event-watch)
+foreach(page zentrix zentrix-agent-sim zentrix-capture zentrix-event-watch)
   add_custom_command(
     OUTPUT ${zx_man_dir}/${page}.1.gz
     COMMAND gzip -9 -n -c ${CMAKE_SOURCE_DIR}/docs/${page}.1 > ${zx_man_dir}/${page}.1.gz

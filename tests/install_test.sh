@@ -1,8 +1,9 @@
 #!/bin/sh
 # Installs the build into a scratch prefix and uses only what was installed:
 # the file layout, the tool's help, a report from the installed simulator and
-# profile, and the installed event watcher. When the build directory holds a
-# Debian package, its control data and contents are checked too.
+# profile, a support capture through the installed script, and the installed
+# event watcher. When the build directory holds a Debian package, its control
+# data and contents are checked too.
 #   install_test.sh <cmake> <build dir> <source dir>
 set -u
 [ $# -eq 3 ] || { echo "usage: install_test.sh <cmake> <build dir> <source dir>" >&2; exit 2; }
@@ -47,7 +48,7 @@ fi
 # or benchmark binary, say) does not belong on a server.
 expected=$scratch/expected
 {
-  printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-event-watch \
+  printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-capture bin/zentrix-event-watch \
     share/doc/zentrix/agent-sim.md share/man/man1/Zentrix.1.gz
   for page in "$source"/docs/*.1; do
     echo "share/man/man1/${page##*/}.gz"
@@ -61,7 +62,7 @@ if ! diff -u "$expected" "$scratch/actual"; then
   fail "installed files differ from the expected layout (- expected, + installed)"
 fi
 
-for program in Zentrix zentrix-agent-sim zentrix-event-watch; do
+for program in Zentrix zentrix-agent-sim zentrix-capture zentrix-event-watch; do
   [ -x "$prefix/bin/$program" ] || fail "bin/$program is not executable"
 done
 for p in "$source"/tools/agent-sim/profiles/*.json; do
@@ -101,6 +102,17 @@ model=$(sed -n 's/.*"model": *"\([^"]*\)".*/\1/p' "$profile" | head -n 1)
 [ -n "$model" ] || fail "no model in $profile"
 grep -qF "$model" report.html || fail "report does not show the profile's model \"$model\""
 grep -qi '</html>' report.html || fail "report is not a complete HTML document"
+
+# --- a support capture: the script in front of the simulator as the agent ---
+# ZENTRIX_ROOT leads it to that "agent"; Zentrix and the simulator it runs are
+# the ones installed beside it.
+"$prefix/bin/zentrix-capture" -output support.html >"$scratch/capture.log" 2>&1; status=$?
+[ "$status" -eq 0 ] || { cat "$scratch/capture.log"; fail "zentrix-capture exited with $status"; }
+grep -qF "$model" support.html || fail "support report does not show \"$model\""
+"$prefix/bin/zentrix-agent-sim" --check --profile support.html.capture.json || fail "the capture does not load"
+serial=$(sed -n 's/.*"serialNumber": *"\([^"]*\)".*/\1/p' "$profile")
+grep -qF "\"$serial\"" support.html.capture.json || fail "the capture lacks the serial number $serial"
+if grep -qF "$serial" support.html.capture.redacted.json; then fail "the redacted capture shows $serial"; fi
 
 # --- the installed event watcher ---------------------------------------------
 "$prefix/bin/zentrix-event-watch" >"$scratch/events.log" 2>"$scratch/watch.log" &
