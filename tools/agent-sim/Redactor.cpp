@@ -197,9 +197,10 @@ class Redactor {
     std::set<Bytes> taken(addressOrder_.begin(), addressOrder_.end());
     unsigned v4 = 0, v6 = 0;
     for (const Bytes& original : addressOrder_) {
+      // Past 762 IPv4 addresses the documentation networks repeat.
       Bytes placeholder;
-      do placeholder = original.size() == 4 ? DocumentationV4(v4++) : DocumentationV6(++v6);
-      while (taken.count(placeholder));
+      for (int tries = 0; tries < 1000 && (placeholder.empty() || taken.count(placeholder)); ++tries)
+        placeholder = original.size() == 4 ? DocumentationV4(v4++) : DocumentationV6(++v6);
       taken.insert(placeholder);
       addresses_[original] = placeholder;
       texts_[IpText(original)] = IpText(placeholder);
