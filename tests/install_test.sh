@@ -104,15 +104,18 @@ grep -qF "$model" report.html || fail "report does not show the profile's model 
 grep -qi '</html>' report.html || fail "report is not a complete HTML document"
 
 # --- a support capture: the script in front of the simulator as the agent ---
-# ZENTRIX_ROOT leads it to that "agent"; Zentrix and the simulator it runs are
-# the ones installed beside it.
-"$prefix/bin/zentrix-capture" -output support.html >"$scratch/capture.log" 2>&1; status=$?
-[ "$status" -eq 0 ] || { cat "$scratch/capture.log"; fail "zentrix-capture exited with $status"; }
-grep -qF "$model" support.html || fail "support report does not show \"$model\""
-"$prefix/bin/zentrix-agent-sim" --check --profile support.html.capture.json || fail "the capture does not load"
+# capture_with <bin dir> <report>: ZENTRIX_ROOT leads the script to that
+# "agent"; it runs the Zentrix and simulator installed beside it.
 serial=$(sed -n 's/.*"serialNumber": *"\([^"]*\)".*/\1/p' "$profile")
-grep -qF "\"$serial\"" support.html.capture.json || fail "the capture lacks the serial number $serial"
-if grep -qF "$serial" support.html.capture.redacted.json; then fail "the redacted capture shows $serial"; fi
+capture_with() {
+  "$1/zentrix-capture" -output "$2" >"$scratch/capture.log" 2>&1; status=$?
+  [ "$status" -eq 0 ] || { cat "$scratch/capture.log"; fail "$1/zentrix-capture exited with $status"; return; }
+  grep -qF "$model" "$2" || fail "$2 does not show \"$model\""
+  "$1/zentrix-agent-sim" --check --profile "$2.capture.json" || fail "$2.capture.json does not load"
+  grep -qF "\"$serial\"" "$2.capture.json" || fail "$2.capture.json lacks the serial number $serial"
+  if grep -qF "$serial" "$2.capture.redacted.json"; then fail "$2.capture.redacted.json shows $serial"; fi
+}
+capture_with "$prefix/bin" support.html
 
 # --- the installed event watcher ---------------------------------------------
 "$prefix/bin/zentrix-event-watch" >"$scratch/events.log" 2>"$scratch/watch.log" &
@@ -133,6 +136,8 @@ for deb in "$build"/zentrix_*.deb; do
   # Same files as the install above, under /usr.
   dpkg-deb --contents "$deb" | awk '$1 !~ /^d/ {print $6}' | sed 's|^\./usr/||' | sort >"$scratch/deb"
   diff -u "$expected" "$scratch/deb" || fail "${deb##*/} holds other files than an install (- expected, + package)"
+  # The package's own files work together.
+  dpkg-deb -x "$deb" "$scratch/deb-root" && capture_with "$scratch/deb-root/usr/bin" deb-support.html
 done
 
 [ "$failures" -eq 0 ] && echo "install test passed"
