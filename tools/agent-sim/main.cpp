@@ -148,11 +148,15 @@ int main(int argc, char** argv) {
     return 2;
   }
   // The relay answers nothing itself, and must not relay to itself.
-  if (options.captureFile.empty() ? upstreamGiven
-                                  : !profilePath.empty() || options.fault.kind != agentsim::FaultKind::kNone ||
-                                        options.delayMs != 0 || options.upstream == options.root) {
-    std::fprintf(stderr, "agent-sim: --capture relays another agent: no --profile, --fault or --delay, and an "
-                         "--upstream other than the root\n");
+  const char* conflict = nullptr;
+  if (options.captureFile.empty() && upstreamGiven) conflict = "--upstream goes with --capture";
+  else if (!options.captureFile.empty() && (!profilePath.empty() || options.fault.kind != agentsim::FaultKind::kNone ||
+                                             options.delayMs != 0))
+    conflict = "--capture relays the agent's replies: no --profile, --fault or --delay";
+  else if (!options.captureFile.empty() && options.upstream == options.root)
+    conflict = "--upstream must be another root than --root";
+  if (conflict) {
+    std::fprintf(stderr, "agent-sim: %s\n", conflict);
     return 2;
   }
   agentsim::Server server(std::move(profile), options);
