@@ -1,7 +1,7 @@
 # What `cmake --install` and the Debian package carry: the tool, the agent
 # simulator and the event watcher (under names that say which product they
-# belong to), the support-case capture script, the simulator's profiles, the manual pages and the simulator's
-# documentation. Tests, benchmarks and fuzzers are never installed.
+# belong to), the support-case capture script, the simulator's profiles, the
+# manual pages and the simulator's documentation. Tests, benchmarks and fuzzers are never installed.
 include(GNUInstallDirs)
 
 set(ZX_DATA_DIR ${CMAKE_INSTALL_DATADIR}/zentrix)
@@ -14,11 +14,11 @@ install(PROGRAMS $<TARGET_FILE:agent-sim> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-agent-sim)
 install(PROGRAMS $<TARGET_FILE:event-watch> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-event-watch)
-# install(PROGRAMS) copies files as they are; strip these two by hand when
-# stripping was asked for (`cmake --install --strip`, and the package).
 # It runs Zentrix and the simulator installed beside it.
 install(PROGRAMS ${CMAKE_SOURCE_DIR}/tools/capture/zentrix-capture.sh DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-capture)
+# install(PROGRAMS) copies files as they are; strip these two by hand when
+# stripping was asked for (`cmake --install --strip`, and the package).
 foreach(program zentrix-agent-sim zentrix-event-watch)
   install(CODE "
     if(CMAKE_INSTALL_DO_STRIP AND NOT \"${CMAKE_STRIP}\" STREQUAL \"\")
