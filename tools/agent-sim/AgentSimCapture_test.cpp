@@ -102,6 +102,7 @@ TEST(AgentSimCaptureTest, RedactionLeavesNoIdentityInTheProfileOrItsReport) {
   entry.AddMember("severity", 2, allocator).AddMember("code", 4097, allocator).AddMember("time", 1717200100, allocator);
   entry.AddMember("message", "rack07-node03.example.net: link to 10.17.4.23 lost; rack07-node03 isolated", allocator);
   typical["eventLog"].PushBack(entry, allocator);
+  typical["ipAddresses"].PushBack("2001:DB8:17:0:0:0:0:24", allocator);  // not in its usual form
   rapidjson::StringBuffer text;
   rapidjson::Writer<rapidjson::StringBuffer> writer(text);
   typical.Accept(writer);
@@ -117,8 +118,10 @@ TEST(AgentSimCaptureTest, RedactionLeavesNoIdentityInTheProfileOrItsReport) {
   const char* const identities[] = {
       "VM4K2203817", "CH-0017-4421", "IT-ASSET-0815", "4c4c4544-0043-3510-8052-b3c04f4e3432", "BD7731K0925",
       "MB-2400-G3-R12", "rack07-node03", "10.17.4.23", "fe80::3efd:feff:fe9a:12c4", "2001:db8:17::23",
+      "2001:DB8:17:0:0:0:0:24", "2001:db8:17::24",
       // The addresses as a capture holds them.
-      "10,17,4,23", "254,128,0,0,0,0,0,0,62,253,254,255,254,154,18,196", "32,1,13,184,0,23,0,0,0,0,0,0,0,0,0,35"};
+      "10,17,4,23", "254,128,0,0,0,0,0,0,62,253,254,255,254,154,18,196", "32,1,13,184,0,23,0,0,0,0,0,0,0,0,0,35",
+      "32,1,13,184,0,23,0,0,0,0,0,0,0,0,0,36"};
   for (const std::string& in : {capture, handWritten}) {
     SCOPED_TRACE(in);
     const std::string out = in + ".redacted", again = in + ".again";
@@ -135,7 +138,9 @@ TEST(AgentSimCaptureTest, RedactionLeavesNoIdentityInTheProfileOrItsReport) {
     // Every row is still there, the log's records included.
     auto rows = [](const std::string& html) { return std::count(html.begin(), html.end(), '\n'); };
     EXPECT_EQ(rows(report), rows(live));
+    // Placeholders from the documentation networks, numbered in order.
     EXPECT_NE(report.find(": link to 192.0.2.1 lost; "), std::string::npos);
+    EXPECT_NE(report.find(">2001:db8::1<"), std::string::npos);
     EXPECT_NE(report.find("5400"), std::string::npos) << "health data must stay";
   }
 }

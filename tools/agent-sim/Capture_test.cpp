@@ -30,6 +30,7 @@ TEST(CaptureTest, AProfileThatAnswersAsTheAgentDid) {
       {Sip(R"({"OC":4662,"CA":2})"), Sip(R"({"OC":4662,"CA":2,"ST":4})")},
       {Sip(R"({"OC":4663,"OE":7,"CA":2})"), Sip(R"({"OC":4663,"OE":7,"CA":2,"DA":"no status"})")},
       {"not json", Sip(R"({"OC":1,"ST":0,"DA":1})")},
+      {Sip(R"({"OC":1})"), R"({"SIP":1})"},
   };
   for (const auto& exchange : exchanges) capture.AddReply(exchange.request, exchange.reply);
   const std::string single = R"({"OC":770,"OI":2,"CA":2,"ST":0,"DA":5580})";
