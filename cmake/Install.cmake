@@ -1,7 +1,7 @@
 # What `cmake --install` and the Debian package carry: the tool, the agent
 # simulator and the event watcher (under names that say which product they
-# belong to), the simulator's profiles, the manual pages and the simulator's
-# documentation. Tests, benchmarks and fuzzers are never installed.
+# belong to), the support-case capture script, the simulator's profiles, the
+# manual pages and the simulator's documentation. Tests, benchmarks and fuzzers are never installed.
 include(GNUInstallDirs)
 
 set(ZX_DATA_DIR ${CMAKE_INSTALL_DATADIR}/zentrix)
@@ -14,6 +14,9 @@ install(PROGRAMS $<TARGET_FILE:agent-sim> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-agent-sim)
 install(PROGRAMS $<TARGET_FILE:event-watch> DESTINATION ${CMAKE_INSTALL_BINDIR}
         RENAME zentrix-event-watch)
+# It runs Zentrix and the simulator installed beside it.
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/tools/capture/zentrix-capture.sh DESTINATION ${CMAKE_INSTALL_BINDIR}
+        RENAME zentrix-capture)
 # install(PROGRAMS) copies files as they are; strip these two by hand when
 # stripping was asked for (`cmake --install --strip`, and the package).
 foreach(program zentrix-agent-sim zentrix-event-watch)
@@ -44,7 +47,7 @@ install(FILES ${CMAKE_SOURCE_DIR}/tools/agent-sim/README.md DESTINATION ${ZX_DOC
 set(zx_man_dir ${CMAKE_BINARY_DIR}/man)
 file(MAKE_DIRECTORY ${zx_man_dir})
 set(zx_man_pages "")
-foreach(page zentrix zentrix-agent-sim zentrix-event-watch zentrix-fleet-index)
+foreach(page zentrix zentrix-agent-sim zentrix-capture zentrix-event-watch zentrix-fleet-index)
   add_custom_command(
     OUTPUT ${zx_man_dir}/${page}.1.gz
     COMMAND gzip -9 -n -c ${CMAKE_SOURCE_DIR}/docs/${page}.1 > ${zx_man_dir}/${page}.1.gz

@@ -1,8 +1,9 @@
 #!/bin/sh
 # Installs the build into a scratch prefix and uses only what was installed:
 # the file layout, the tool's help, a report from the installed simulator and
-# profile, and the installed event watcher. When the build directory holds a
-# Debian package, its control data and contents are checked too.
+# profile, a support capture through the installed script, and the installed
+# event watcher. When the build directory holds a Debian package, its control
+# data and contents are checked too.
 #   install_test.sh <cmake> <build dir> <source dir>
 set -u
 [ $# -eq 3 ] || { echo "usage: install_test.sh <cmake> <build dir> <source dir>" >&2; exit 2; }
@@ -47,7 +48,7 @@ fi
 # or benchmark binary, say) does not belong on a server.
 expected=$scratch/expected
 {
-  printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-event-watch bin/zentrix-fleet-index \
+  printf '%s\n' bin/Zentrix bin/zentrix-agent-sim bin/zentrix-capture bin/zentrix-event-watch bin/zentrix-fleet-index \
     share/doc/zentrix/agent-sim.md share/man/man1/Zentrix.1.gz \
     share/zentrix/fleet-index/fleet_index.py share/zentrix/fleet-index/zentrix_report.py
   (cd "$source/contrib" && find ansible -type f | sed 's|^|share/doc/zentrix/|')
@@ -63,7 +64,7 @@ if ! diff -u "$expected" "$scratch/actual"; then
   fail "installed files differ from the expected layout (- expected, + installed)"
 fi
 
-for program in Zentrix zentrix-agent-sim zentrix-event-watch zentrix-fleet-index; do
+for program in Zentrix zentrix-agent-sim zentrix-capture zentrix-event-watch zentrix-fleet-index; do
   [ -x "$prefix/bin/$program" ] || fail "bin/$program is not executable"
 done
 for p in "$source"/tools/agent-sim/profiles/*.json; do
@@ -111,6 +112,20 @@ if [ -x /usr/bin/python3 ]; then
     fail "fleet index does not list host1 as normal"
 fi
 
+# --- a support capture: the script in front of the simulator as the agent ---
+# capture_with <bin dir> <report>: ZENTRIX_ROOT leads the script to that
+# "agent"; it runs the Zentrix and simulator installed beside it.
+serial=$(sed -n 's/.*"serialNumber": *"\([^"]*\)".*/\1/p' "$profile")
+capture_with() {
+  "$1/zentrix-capture" -output "$2" >"$scratch/capture.log" 2>&1; status=$?
+  [ "$status" -eq 0 ] || { cat "$scratch/capture.log"; fail "$1/zentrix-capture exited with $status"; return; }
+  grep -qF "$model" "$2" || fail "$2 does not show \"$model\""
+  "$1/zentrix-agent-sim" --check --profile "$2.capture.json" || fail "$2.capture.json does not load"
+  grep -qF "\"$serial\"" "$2.capture.json" || fail "$2.capture.json lacks the serial number $serial"
+  if grep -qF "$serial" "$2.capture.redacted.json"; then fail "$2.capture.redacted.json shows $serial"; fi
+}
+capture_with "$prefix/bin" support.html
+
 # --- the installed event watcher ---------------------------------------------
 "$prefix/bin/zentrix-event-watch" >"$scratch/events.log" 2>"$scratch/watch.log" &
 watcher=$!
@@ -130,6 +145,8 @@ for deb in "$build"/zentrix_*.deb; do
   # Same files as the install above, under /usr.
   dpkg-deb --contents "$deb" | awk '$1 !~ /^d/ {print $6}' | sed 's|^\./usr/||' | sort >"$scratch/deb"
   diff -u "$expected" "$scratch/deb" || fail "${deb##*/} holds other files than an install (- expected, + package)"
+  # The package's own files work together.
+  dpkg-deb -x "$deb" "$scratch/deb-root" && capture_with "$scratch/deb-root/usr/bin" deb-support.html
 done
 
 [ "$failures" -eq 0 ] && echo "install test passed"

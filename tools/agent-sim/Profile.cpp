@@ -77,6 +77,7 @@ class ProfileReader {
   bool ReadEventLog(const Value& list);
   bool ReadEvents(const Value& list);
   bool ReadOverrides(const Value& list);
+  bool ReadAnswer(const Value& entry, const std::string& where, AgentValue& value);
   bool ReadAddress(const Value& entry, const std::string& where, Address& at);
 
   Profile& profile_;
@@ -350,6 +351,11 @@ bool ProfileReader::ReadEvents(const Value& list) {
   if (!list.IsArray()) return Fail("events", "must be an array");
   for (uint32_t i = 0; i < list.Size(); ++i) {
     std::string where = "events[" + std::to_string(i) + "]";
+    // A whole record (a capture keeps events with several commands that way).
+    if (list[i].IsObject() && list[i].HasMember("SIP")) {
+      profile_.events.push_back(Compact(list[i]));
+      continue;
+    }
     if (!list[i].IsObject() || !list[i].HasMember("OC")) return Fail(where, "must be a command object with \"OC\"");
     // Hex texts are for the profile's reader; the wire carries numbers.
     rapidjson::Document command;
@@ -370,18 +376,41 @@ bool ProfileReader::ReadOverrides(const Value& list) {
   for (uint32_t i = 0; i < list.Size(); ++i) {
     const Value& entry = list[i];
     std::string where = "overrides[" + std::to_string(i) + "]";
-    if (!OnlyKeys(entry, where, {"OC", "OE", "OI", "ST", "DA", "remove"})) return false;
+    if (!OnlyKeys(entry, where, {"OC", "OE", "OI", "ST", "DA", "remove", "answers"})) return false;
     Address at;
     if (!ReadAddress(entry, where, at)) return false;
     if (entry.HasMember("remove") && entry["remove"].IsTrue()) {
       profile_.values.Erase(at);
       continue;
     }
-    uint64_t status = 0;
-    if (entry.HasMember("ST") && !Number(entry["ST"], where + ".ST", status)) return false;
-    auto data = entry.FindMember("DA");
-    profile_.values.Set(at, static_cast<unsigned>(status), data == entry.MemberEnd() ? "" : Compact(data->value));
+    auto answers = entry.FindMember("answers");
+    if (answers == entry.MemberEnd()) {
+      AgentValue value;
+      if (!ReadAnswer(entry, where, value)) return false;
+      profile_.values.Set(at, value.status, value.data);
+      continue;
+    }
+    if (entry.HasMember("ST") || entry.HasMember("DA")) return Fail(where, "\"answers\" replaces \"ST\" and \"DA\"");
+    if (!answers->value.IsArray() || answers->value.Empty()) return Fail(where + ".answers", "must be a non-empty array");
+    std::vector<AgentValue> values(answers->value.Size());
+    for (uint32_t a = 0; a < answers->value.Size(); ++a) {
+      std::string answerWhere = where + ".answers[" + std::to_string(a) + "]";
+      if (!OnlyKeys(answers->value[a], answerWhere, {"ST", "DA"}) ||
+          !ReadAnswer(answers->value[a], answerWhere, values[a]))
+        return false;
+    }
+    profile_.values.SetAnswers(at, values);
   }
+  return true;
+}
+
+// "ST" (default 0) and "DA" (none when absent) of one reply.
+bool ProfileReader::ReadAnswer(const Value& entry, const std::string& where, AgentValue& value) {
+  uint64_t status = 0;
+  if (entry.HasMember("ST") && !Number(entry["ST"], where + ".ST", status)) return false;
+  auto data = entry.FindMember("DA");
+  value.status = static_cast<unsigned>(status);
+  value.data = data == entry.MemberEnd() ? "" : Compact(data->value);
   return true;
 }
 

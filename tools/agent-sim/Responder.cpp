@@ -16,11 +16,9 @@ using rapidjson::Value;
 constexpr size_t kInitBlockSize = 218;
 constexpr size_t kClientNameSize = 65;
 
-// Command members the client writes are unsigned numbers; anything else
-// reads as absent, like the client's own getter.
-uint32_t Member(const Value& command, const char* name, uint32_t fallback = 0) {
+uint32_t Member(const Value& command, const char* name) {
   auto member = command.FindMember(name);
-  if (member == command.MemberEnd() || !member->value.IsUint64()) return fallback;
+  if (member == command.MemberEnd() || !member->value.IsUint64()) return 0;
   return static_cast<uint32_t>(member->value.GetUint64());
 }
 
@@ -51,6 +49,10 @@ void SetReply(Value& command, unsigned status, const std::string& dataJson, Docu
 
 }  // namespace
 
+Address AddressOf(const Value& command) {
+  return Address{Member(command, "OC"), Member(command, "OE"), Member(command, "OI")};
+}
+
 Outcome Responder::Respond(const std::string& requestText, int channelFd) {
   Outcome outcome;
   Document document;
@@ -75,7 +77,7 @@ Outcome Responder::Respond(const std::string& requestText, int channelFd) {
     outcome.firstOc = commands[0]["OC"].GetUint();
   for (Value& command : commands.GetArray()) {
     if (!command.IsObject()) continue;
-    Address at{Member(command, "OC"), Member(command, "OE"), Member(command, "OI")};
+    const Address at = AddressOf(command);
     std::string initBlock;
     if (at.oc == kInitChannelOc) {
       initBlock = ValueStore::JsonRaw(InitReplyBlock(command, channelFd));
@@ -94,18 +96,19 @@ Outcome Responder::Respond(const std::string& requestText, int channelFd) {
       SetReply(command, profile_.unknownStatus, "", allocator);
       continue;
     }
-    const AgentValue* value = profile_.values.Find(at);
+    AgentValue value;
+    const bool known = profile_.values.Answer(at, value);
     if (at.oc == kStatusResetOc) {
       // Accepted unless the profile overrides the reply with an error.
-      unsigned status = value ? value->status : 0;
-      SetReply(command, status, value ? value->data : "1", allocator);
-      if (status == 0) {
+      if (!known) value = AgentValue{0, "1"};
+      SetReply(command, value.status, value.data, allocator);
+      if (value.status == 0) {
         profile_.values.ReplaceNumbers(kDrvMonStatusOc, {2, 3}, 1);
         outcome.clearedStatus = true;
       }
       continue;
     }
-    if (value) SetReply(command, value->status, value->data, allocator);
+    if (known) SetReply(command, value.status, value.data, allocator);
     else SetReply(command, profile_.unknownStatus, "", allocator);
   }
 

@@ -3,9 +3,15 @@
 #include <cstdint>
 #include <string>
 
+#include <rapidjson/document.h>
+
 #include "Profile.h"
 
 namespace agentsim {
+
+// The value address of a request command. Members that are not unsigned
+// numbers read as absent (0), like the client's own getter.
+Address AddressOf(const rapidjson::Value& command);
 
 // What one request did besides producing its reply.
 struct Outcome {

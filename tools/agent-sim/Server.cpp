@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -19,6 +20,8 @@
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include "ProfileWriter.h"
 
 namespace agentsim {
 
@@ -55,6 +58,26 @@ bool WriteFile(const std::string& path, const std::string& content, mode_t mode)
   bool ok = std::fputs(content.c_str(), file) >= 0;
   ok = std::fclose(file) == 0 && ok;
   return ok && chmod(path.c_str(), mode) == 0;
+}
+
+// A connected, non-blocking client socket of `path`; -1 with errno set.
+int Connect(const std::string& path) {
+  sockaddr_un address{};
+  if (path.size() >= sizeof(address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || fcntl(fd, F_SETFL, O_NONBLOCK) != 0) {
+    int saved = errno;
+    close(fd);
+    errno = saved;
+    return -1;
+  }
+  return fd;
 }
 
 std::vector<std::string> Words(const std::string& line) {
@@ -181,6 +204,11 @@ void Server::Accept(int listenFd, Channel channel) {
     auto connection = std::make_unique<Connection>();
     connection->fd = fd;
     connection->channel = channel;
+    const bool relayed = Capturing() && (channel == Channel::kRequest || channel == Channel::kEvent);
+    if (relayed && !ConnectUpstream(*connection)) {
+      close(fd);
+      continue;
+    }
     connections_.push_back(std::move(connection));
     Log("accepted fd " + std::to_string(fd));
   }
@@ -190,16 +218,18 @@ void Server::Read(Connection& connection) {
   char buffer[65536];
   for (;;) {
     ssize_t got = read(connection.fd, buffer, sizeof(buffer));
-    if (got == 0) {
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    if (got <= 0) {
       connection.dead = true;
-      return;
-    }
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      if (errno != EAGAIN && errno != EWOULDBLOCK) connection.dead = true;
+      if (connection.channel == Channel::kUpstream) UpstreamClosed();
       return;
     }
     if (connection.channel == Channel::kClassic) continue;  // only ever probed
+    if (connection.channel == Channel::kUpstream || (Capturing() && connection.channel != Channel::kControl)) {
+      Relay(connection, buffer, static_cast<size_t>(got));
+      continue;
+    }
     if (connection.channel == Channel::kControl) {
       connection.lines.append(buffer, got);
       size_t end;
@@ -227,13 +257,17 @@ void Server::Read(Connection& connection) {
   }
 }
 
-void Server::HandleFrame(Connection& connection, const std::string& text) {
+void Server::Record(const std::string& request) {
   ++requests_;
   if (record_) {
-    std::fprintf(record_, "%s\n", text.c_str());
+    std::fprintf(record_, "%s\n", request.c_str());
     std::fflush(record_);
   }
-  Log("request: " + text);
+  Log("request: " + request);
+}
+
+void Server::HandleFrame(Connection& connection, const std::string& text) {
+  Record(text);
   Outcome outcome = responder_.Respond(text, connection.fd);
   if (outcome.registersEventChannel && connection.channel == Channel::kEvent) connection.eventRegistered = true;
   if (outcome.clearedStatus) ++clears_;
@@ -271,6 +305,101 @@ void Server::Flush(Connection& connection) {
     }
     if (out.closeAfter) connection.dead = true;
     connection.queue.pop_front();
+  }
+}
+
+// A capture needs its agent, and a place for the result, before anything is
+// created under the root.
+int Server::StartCapture() {
+  const std::string path = options_.upstream + kRequestSocket;
+  int probe = Connect(path);
+  if (probe < 0) {
+    std::fprintf(stderr, "agent-sim: no agent to capture at %s: %s\n", path.c_str(), std::strerror(errno));
+    return 3;
+  }
+  close(probe);
+  char when[64] = "";
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  if (localtime_r(&now, &local)) std::strftime(when, sizeof(when), "%Y-%m-%d %H:%M:%S %z", &local);
+  captureStarted_ = when;
+  return WriteCapture() ? 0 : 4;
+}
+
+bool Server::WriteCapture() {
+  std::string error;
+  if (WriteFileAtomically(options_.captureFile, capture_.ToProfile(captureStarted_), error)) return true;
+  std::fprintf(stderr, "agent-sim: %s\n", error.c_str());
+  return false;
+}
+
+// Each client of the agent sockets gets a connection of its own to the agent.
+bool Server::ConnectUpstream(Connection& client) {
+  int fd = Connect(options_.upstream + (client.channel == Channel::kEvent ? kEventSocket : kRequestSocket));
+  if (fd < 0) {
+    UpstreamClosed();
+    return false;
+  }
+  auto upstream = std::make_unique<Connection>();
+  upstream->fd = fd;
+  upstream->channel = Channel::kUpstream;
+  upstream->peer = &client;
+  client.peer = upstream.get();
+  connections_.push_back(std::move(upstream));
+  return true;
+}
+
+// Bytes go on as they came (a split or spoilt reply included); the frames
+// are only looked at to pair each reply with its request.
+void Server::Relay(Connection& from, const char* data, size_t size) {
+  Connection* to = from.peer;
+  if (!to) return;  // its partner is gone; this end closes next
+  Enqueue(*to, {Piece{std::string(data, size), 0, false}});
+  if (!from.follow) return;
+  from.reader.Append(data, size);
+  for (std::string text;;) {
+    FrameReader::Result result = from.reader.Next(text);
+    if (result == FrameReader::Result::kNeedMore) return;
+    if (result == FrameReader::Result::kTooLarge) {
+      // Still relayed, but replies can no longer be told from requests.
+      from.follow = to->follow = false;
+      return;
+    }
+    if (from.channel != Channel::kUpstream) {
+      Record(text);
+      to->asked.push_back(text);
+    } else if (from.asked.empty()) {
+      capture_.AddEvent(text);
+    } else {
+      capture_.AddReply(from.asked.front(), text);
+      from.asked.pop_front();
+    }
+  }
+}
+
+// The agent closed a relayed connection. When its socket no longer accepts,
+// it is gone for good, and the capture ends as the report would.
+void Server::UpstreamClosed() {
+  const std::string path = options_.upstream + kRequestSocket;
+  int probe = Connect(path);
+  if (probe >= 0) {
+    close(probe);
+    return;
+  }
+  std::fprintf(stderr, "agent-sim: the agent at %s went away\n", path.c_str());
+  quit_ = true;
+}
+
+// A relay ends on both sides; a client first gets what the agent sent
+// before it closed.
+void Server::EndRelays() {
+  for (auto& connection : connections_) {
+    Connection* peer = connection->peer;
+    if (!connection->dead || !peer) continue;
+    peer->peer = nullptr;
+    connection->peer = nullptr;
+    if (peer->queue.empty()) peer->dead = true;
+    else peer->queue.back().closeAfter = true;
   }
 }
 
@@ -312,7 +441,8 @@ std::string Server::NextProfileEvent() {
 std::string Server::Status() const {
   int connections = 0, channels = 0;
   for (auto& connection : connections_) {
-    if (connection->dead || connection->channel == Channel::kControl) continue;
+    if (connection->dead || connection->channel == Channel::kControl || connection->channel == Channel::kUpstream)
+      continue;
     ++connections;
     if (connection->eventRegistered) ++channels;
   }
@@ -470,6 +600,13 @@ int Server::PollTimeout() const {
 }
 
 int Server::Run() {
+  if (Capturing()) {
+    int status = StartCapture();
+    if (status != 0) {
+      if (options_.readyFd >= 0) close(options_.readyFd);
+      return status;
+    }
+  }
   if (pipe2(g_signalPipe, O_CLOEXEC | O_NONBLOCK) != 0) return 3;
   struct sigaction action {};
   action.sa_handler = OnSignal;
@@ -528,6 +665,7 @@ int Server::Run() {
       PushEvent(NextProfileEvent());
       nextTimedEvent_ = Clock::now() + std::chrono::milliseconds(options_.eventIntervalMs);
     }
+    EndRelays();
     for (auto& connection : connections_)
       if (connection->dead) {
         close(connection->fd);
@@ -538,6 +676,8 @@ int Server::Run() {
                        connections_.end());
   }
 
+  // Written first: whatever comes next, the capture is safe.
+  if (Capturing() && !WriteCapture() && status == 0) status = 4;
   Down();
   Uninstall();
   CloseListener(controlFd_, PathOf(kControlPath));

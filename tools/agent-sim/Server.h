@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Capture.h"
 #include "Fault.h"
 #include "Frame.h"
 #include "Profile.h"
@@ -21,11 +22,17 @@ struct ServerOptions {
   int readyFd = -1;  // gets one byte once every socket accepts, then is closed
   Fault fault;
   bool verbose = false;
+  // Capture mode: every client is relayed to the agent below `upstream` (a
+  // system root, "" for /), and what it answered goes to `captureFile`.
+  std::string captureFile;
+  std::string upstream;
 };
 
 // The simulated daemon: one poll loop that serves the three agent sockets,
 // the control channel and the signal pipe. Delays and split replies are
 // timed writes in that loop, so one slow reply never holds up other clients.
+// In capture mode the same loop relays each client to a connection of its
+// own to the real agent and records what comes back.
 class Server {
  public:
   using Clock = std::chrono::steady_clock;
@@ -36,15 +43,17 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   // Creates the files and sockets and serves until SIGTERM, SIGINT or the
-  // control command "quit"; removes everything it created. Returns the exit
-  // status (0, or 3 when the sockets could not be set up).
+  // control command "quit" (in capture mode also until the agent goes away);
+  // removes everything it created. Returns the exit status (0; 3 when the
+  // sockets or the captured agent cannot be reached; 4 when the capture
+  // cannot be written).
   int Run();
 
   // Control channel location below the root.
   static constexpr const char* kControlPath = "/run/agent-sim.ctl";
 
  private:
-  enum class Channel { kClassic, kRequest, kEvent, kControl };
+  enum class Channel { kClassic, kRequest, kEvent, kControl, kUpstream };
   struct Outgoing {
     std::string bytes;
     Clock::time_point due;
@@ -60,6 +69,12 @@ class Server {
     Clock::time_point lastDue{};
     bool eventRegistered = false;
     bool dead = false;
+    // Capture mode: the other end of the relay, the requests still waiting
+    // for their reply (upstream side), and whether frames can still be told
+    // apart in the stream.
+    Connection* peer = nullptr;
+    std::deque<std::string> asked;
+    bool follow = true;
   };
 
   std::string PathOf(const char* absolute) const { return options_.root + absolute; }
@@ -75,6 +90,14 @@ class Server {
   void Flush(Connection& connection);
   void Enqueue(Connection& connection, const std::vector<Piece>& pieces);
   void HandleFrame(Connection& connection, const std::string& text);
+  void Record(const std::string& request);
+  bool Capturing() const { return !options_.captureFile.empty(); }
+  int StartCapture();
+  bool WriteCapture();
+  bool ConnectUpstream(Connection& client);
+  void Relay(Connection& from, const char* data, size_t size);
+  void UpstreamClosed();
+  void EndRelays();
   // One control line, split into words.
   struct Command {
     std::vector<std::string> words;
@@ -109,6 +132,8 @@ class Server {
   size_t nextEvent_ = 0;
   Clock::time_point nextTimedEvent_{};
   unsigned long requests_ = 0, clears_ = 0, eventsPushed_ = 0;
+  Capture capture_;
+  std::string captureStarted_;  // local time, for the capture's description
 };
 
 }  // namespace agentsim

@@ -18,6 +18,25 @@ void ValueStore::Set(Address at, unsigned status, const std::string& dataJson) {
   AgentValue& value = values_[at];
   value.status = status;
   value.data = dataJson;
+  later_.erase(at);
+}
+
+void ValueStore::SetAnswers(Address at, const std::vector<AgentValue>& answers) {
+  if (answers.empty()) return Erase(at);
+  values_[at] = answers.front();
+  later_[at].assign(answers.begin() + 1, answers.end());
+}
+
+bool ValueStore::Answer(Address at, AgentValue& out) {
+  auto it = values_.find(at);
+  if (it == values_.end()) return false;
+  out = it->second;
+  auto next = later_.find(at);
+  if (next != later_.end() && !next->second.empty()) {
+    it->second = next->second.front();
+    next->second.pop_front();
+  }
+  return true;
 }
 
 const AgentValue* ValueStore::Find(Address at) const {

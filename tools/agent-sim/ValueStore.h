@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <tuple>
@@ -36,9 +37,18 @@ class ValueStore {
   void SetRaw(Address at, const std::vector<uint8_t>& bytes);
   // `dataJson` empty: no "DA".
   void Set(Address at, unsigned status, const std::string& dataJson);
-  void Erase(Address at) { values_.erase(at); }
+  // A value that changes: the first answer now, each later one for the next
+  // request, and the last one from then on.
+  void SetAnswers(Address at, const std::vector<AgentValue>& answers);
+  void Erase(Address at) {
+    values_.erase(at);
+    later_.erase(at);
+  }
 
   const AgentValue* Find(Address at) const;
+  // The answer to one request for `at` (false: unknown); moves a changing
+  // value on to its next answer.
+  bool Answer(Address at, AgentValue& out);
   // The number stored at `at`, if the value is a plain number with status 0.
   bool GetNumber(Address at, uint64_t& out) const;
   size_t Size() const { return values_.size(); }
@@ -52,6 +62,7 @@ class ValueStore {
 
  private:
   std::map<Address, AgentValue> values_;
+  std::map<Address, std::deque<AgentValue>> later_;  // answers still to come
 };
 
 }  // namespace agentsim
