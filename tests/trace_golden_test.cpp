@@ -75,7 +75,7 @@ Lines Masked(const std::string& text, const std::string& root, bool withHeader) 
     line = std::regex_replace(std::regex_replace(line, number, "$1#"), pipe, "$1#,#");
     for (const auto& [path, name] : {std::pair<std::string, const char*>{ZX_ZENTRIX_BIN, "<Zentrix>"}, {root, "<root>"}})
       for (size_t at; (at = line.find(path)) != std::string::npos;) line.replace(at, path.size(), name);
-    lines.push_back(line);
+    lines.push_back(std::regex_replace(line, std::regex("<root>/L[1-5]"), "<root>/L#"));  // the level's own directory
   }
   for (std::string& line : lines)
     for (const auto& [id, name] : threads)
