@@ -137,8 +137,6 @@ TEST_F(EventChannelTest, OneThreadCallsEveryHandlerInAddressOrder) {
   ASSERT_TRUE(Registered(1));
   std::this_thread::sleep_for(100ms);
   EXPECT_EQ(events_->replies(), 1) << "the second enable registered another channel";
-  EXPECT_NE(events_->requests()[0].find("\"OC\":65440,\"OE\":4608,\"CA\":0,\"DA\":{\"RAW\":[101,118,101,110,116"),
-            std::string::npos);
 
   ASSERT_TRUE(events_->push(Event(7)));
   const bool aFirst = std::less<CTesselClientEventIf::EventHandler>()(HandlerA, HandlerB);
@@ -166,28 +164,6 @@ TEST_F(EventChannelTest, HandlerMayChangeTheHandlerMapFromInsideACallback) {
   EXPECT_EQ(calls.back(), "B:2");
   EXPECT_EQ(std::count(calls.begin(), calls.end(), "S:2"), 0);
   EXPECT_TRUE(client_->UnregisterEventHandler(HandlerB)) << "the lock is free again";
-}
-
-TEST_F(EventChannelTest, BrokenFramesAndRestartsLoseOnlyThemselves) {
-  ASSERT_TRUE(Start(HandlerA));
-  // Zero length, text that is no command record: the handlers get the empty
-  // record (object index 0), and the channel is kept.
-  ASSERT_TRUE(events_->push(std::string(4, '\0')));
-  ASSERT_TRUE(events_->push(Framed("not json at all")));
-  ASSERT_TRUE(events_->push(Event(1)));
-  EXPECT_EQ(SettledCalls(3), (Calls{"A:0", "A:0", "A:1"}));
-  EXPECT_EQ(events_->replies(), 1);
-
-  // A length no event can have: the lost event reaches the handlers empty as well.
-  ASSERT_TRUE(events_->push(kHugeLength + "xx"));
-  ASSERT_TRUE(Registered(2));
-  ASSERT_TRUE(events_->push(Event(4)));
-  ASSERT_TRUE(recorder_.Reaches(5));
-  // The daemon restarts: the thread waits for it and registers again.
-  StartEventDaemon();
-  ASSERT_TRUE(Registered(1)) << "the client did not register with the new daemon";
-  ASSERT_TRUE(events_->push(Event(5)));
-  EXPECT_EQ(SettledCalls(6), (Calls{"A:0", "A:0", "A:1", "A:0", "A:4", "A:5"}));
 }
 
 // A frame cut short by a daemon that then goes away is read in ten paced
