@@ -48,22 +48,6 @@ using Outcome = ProgramRun::Outcome;
 
 std::vector<std::string> ReportCommand(const std::string& output) { return {ZX_ZENTRIX_BIN, "-output", output}; }
 
-// Started `withoutModeOverride`, root lacks the capabilities that override
-// file modes, so socket permissions apply as they do to an ordinary user.
-// ZENTRIX_ROOT (the simulator's root) is inherited.
-ProgramRun::Options Limits(bool withoutModeOverride) {
-  ProgramRun::Options options;
-  options.inChild = [withoutModeOverride] {
-    // Dropped from the bounding set, they are gone after exec.
-    if (withoutModeOverride && geteuid() == 0 &&
-        (prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) != 0 ||
-         prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0) != 0)) {
-      _exit(126);
-    }
-  };
-  return options;
-}
-
 // The run ended by itself (not killed) with `status`, having printed exactly `out`.
 void ExpectEnded(const Outcome& outcome, int status, const std::string& out) {
   EXPECT_EQ(outcome.signal, 0);
@@ -73,9 +57,7 @@ void ExpectEnded(const Outcome& outcome, int status, const std::string& out) {
 
 class FaultInjectionTest : public ::testing::Test {
  protected:
-  Outcome Run(bool withoutModeOverride = false) {
-    return RunProgram(ReportCommand(path_), Limits(withoutModeOverride));
-  }
+  Outcome Run(const ProgramRun::Options& options = {}) { return RunProgram(ReportCommand(path_), options); }
   std::string Written() const { return kGenerating + "\nSuccessfuly write HTML file \"" + path_ + "\"\n"; }
 
   // A clean run against the same daemon, for comparison.
@@ -256,11 +238,19 @@ TEST_F(FaultInjectionTest, PidFileMattersOnlyForAnUnreachableDaemon) {
 // Sockets the user may not open end the run at once with the usual message,
 // whether it is the readiness socket or the request socket.
 TEST_F(FaultInjectionTest, SocketWithoutPermission) {
+  // Root without the capabilities that override file modes (gone after exec
+  // once dropped from the bounding set) meets socket modes as any user does.
+  ProgramRun::Options ordinaryUser;
+  ordinaryUser.inChild = [] {
+    if (geteuid() == 0 && (prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) != 0 ||
+                           prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0) != 0))
+      _exit(126);
+  };
   for (const char* socket : {"/dev/omads", "/dev/omadsj"}) {
     SCOPED_TRACE(socket);
     const fs::perms usual = fs::status(sim_.path(socket)).permissions();
     fs::permissions(sim_.path(socket), fs::perms::none);
-    const Outcome run = Run(true);
+    const Outcome run = Run(ordinaryUser);
     fs::permissions(sim_.path(socket), usual);
     if (run.exitStatus == 126) GTEST_SKIP() << "cannot drop capabilities here";
     ExpectNotConnected(run);
