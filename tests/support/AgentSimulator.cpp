@@ -27,13 +27,13 @@ AgentSimulator::AgentSimulator(Options options) : recordFile_(path("/agent-sim.r
   if (profile.compare(0, 1, "{") == 0) {
     std::ofstream(path("/profile.json")) << profile;
     profile = path("/profile.json");
-  } else if (profile.find('/') == std::string::npos) {
+  } else if (!profile.empty() && profile.find('/') == std::string::npos) {
     profile = std::string(ZX_SOURCE_DIR) + "/tools/agent-sim/profiles/" + profile + ".json";
   }
   int ready[2];
   if (pipe2(ready, O_CLOEXEC) != 0) ready[0] = ready[1] = -1;
-  std::vector<std::string> args = {ZX_AGENT_SIM, "--root", root(), "--profile", profile, "--ready-fd",
-                                   std::to_string(ready[1])};
+  std::vector<std::string> args = {ZX_AGENT_SIM, "--root", root(), "--ready-fd", std::to_string(ready[1])};
+  if (!profile.empty()) args.insert(args.end(), {"--profile", profile});  // none: a relay's upstream answers
   if (options.record) args.insert(args.end(), {"--record", recordFile_});
   args.insert(args.end(), options.args.begin(), options.args.end());
   ProgramRun::Options run;

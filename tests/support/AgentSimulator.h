@@ -41,7 +41,7 @@ class AgentSimulator : public ScopedSystemRoot {
 
   AgentSimulator() : AgentSimulator(Options()) {}
   explicit AgentSimulator(Options options);
-  ~AgentSimulator() { terminate(SIGTERM); }
+  ~AgentSimulator() { terminate(); }
 
   pid_t pid() const { return process_ ? process_->pid() : -1; }
   // True while the process lives and the daemon is "up" (not stopped).
@@ -73,7 +73,7 @@ class AgentSimulator : public ScopedSystemRoot {
 
   // Ends the simulator process with `signal` and reaps it (killed when it
   // does not end in time); the exit status, or 128 + the ending signal.
-  int terminate(int signal);
+  int terminate(int signal = SIGTERM);
 
  private:
   std::string recordFile_;
