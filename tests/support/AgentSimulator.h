@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <memory>
@@ -18,7 +19,7 @@
 // Destruction stops the process (SIGTERM, then SIGKILL) and reaps it before
 // the root goes.
 //
-//   AgentSimulator sim;                       // typical.json, recording on
+//   AgentSimulator sim;                       // typical.json
 //   ... run the client ...
 //   EXPECT_EQ(sim.requests().size(), 3u);
 //   sim.control("fault split 3 20");         // runtime fault switch
@@ -32,58 +33,49 @@ class AgentSimulator : public ScopedSystemRoot {
     // a path to a profile file (anything containing a '/'), or the profile
     // itself (text starting with '{', kept in the simulator's root).
     std::string profile = "typical";
-    // Extra command-line arguments for agent-sim ("--event-interval", "200",
-    // "--fault", "close count=1", ...).
+    // Extra command-line arguments for agent-sim ("--event-interval", "200", ...).
     std::vector<std::string> args = {};
-    // Record every received request (see requests()).
+    // Record every received request (see requests()); benchmarks leave it off.
     bool record = true;
-    // Upper bound for every wait of the launcher (start, stop, control).
-    int timeoutMs = 10000;
   };
 
-  AgentSimulator();
+  AgentSimulator() : AgentSimulator(Options()) {}
   explicit AgentSimulator(Options options);
-  ~AgentSimulator();
+  ~AgentSimulator() { terminate(); }
 
   pid_t pid() const { return process_ ? process_->pid() : -1; }
+  // True while the process lives and the daemon is "up" (not stopped).
+  bool running() const { return query("status").find(" up=1 ") != std::string::npos; }
 
-  // True while the process lives and the daemon is "up" (pid file and
-  // sockets present, i.e. not stopped with stop()).
-  bool running() const;
   // Daemon stop: the simulator removes its pid file and sockets and drops
   // every connection, but the process (and its control channel) stays.
   bool stop() { return control("stop"); }
   // Daemon start after stop(): pid file and sockets are created again.
   bool start() { return control("start"); }
-  bool restart() { return stop() && start(); }
+  bool restart() { return control("restart"); }
 
   // Sends one control command; true when the simulator answered "ok".
   bool control(const std::string& command) { return query(command).compare(0, 2, "ok") == 0; }
-  // Sends one control command and returns the whole answer line (without
-  // the line end); empty when the control channel could not be reached.
+  // Sends one control command and returns the answer line (without the line
+  // end); empty when the control channel could not be reached.
   std::string query(const std::string& command) const;
 
-  // Waits until at least `count` event channels are registered (a client
-  // that enabled events has sent its init command on /dev/omadaj).
+  // Waits until `count` event channels are registered (a client that
+  // enabled events has sent its init command on /dev/omadaj).
   bool waitForEventChannels(int count);
-  // Waits until at least `count` request lines have been recorded (counted
-  // since the last clearRequests()).
+  // Waits until at least `count` requests have been recorded (counted since
+  // the last clearRequests()).
   bool waitForRequests(size_t count);
 
   // Recorded request texts, one per received frame, oldest first.
   std::vector<std::string> requests() const;
   void clearRequests();
 
-  // Ends the simulator process with `signal` and reaps it; the exit status
-  // (or 128 + signal) is returned, -1 when it did not end in time. Used to
-  // test the simulator's own clean-up; the destructor calls it as well.
-  int terminate(int signal = 15);
+  // Ends the simulator process with `signal` and reaps it (killed when it
+  // does not end in time); the exit status, or 128 + the ending signal.
+  int terminate(int signal = SIGTERM);
 
  private:
-  bool launch();
-  long statusField(const std::string& key) const;
-
-  Options options_;
   std::string recordFile_;
   std::unique_ptr<ProgramRun> process_;
 };

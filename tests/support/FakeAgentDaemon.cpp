@@ -31,6 +31,7 @@ FakeAgentDaemon::~FakeAgentDaemon() {
   m_Stop = true;
   m_Thread.join();
   close(m_Listen);
+  for (int fd : m_Open) close(fd);
 }
 
 std::vector<std::string> FakeAgentDaemon::requests() const {
@@ -44,37 +45,38 @@ bool FakeAgentDaemon::push(const std::string& bytes) {
 }
 
 // Short polls, so that the destructor is never kept waiting.
-bool FakeAgentDaemon::WaitReadable(int fd) const {
-  for (pollfd p = {fd, POLLIN, 0}; !m_Stop; p.revents = 0)
-    if (poll(&p, 1, 20) > 0) return true;
-  return false;
-}
-
 void FakeAgentDaemon::Serve() {
-  std::vector<std::thread> workers;
-  while (WaitReadable(m_Listen)) {
-    const int fd = accept4(m_Listen, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0) workers.emplace_back([this, fd] { ServeConnection(fd); });
-  }
-  for (std::thread& worker : workers) worker.join();
-}
-
-void FakeAgentDaemon::ServeConnection(int fd) {
-  {
-    std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Open.push_back(fd);
-  }
-  // Clients send whole frames at once, so reading one cannot stall.
-  for (std::optional<std::string> text; WaitReadable(fd) && (text = ReadFrame(fd));) {
+  while (!m_Stop) {
+    std::vector<pollfd> polled = {{m_Listen, POLLIN, 0}};
     {
       std::lock_guard<std::mutex> lock(m_Mutex);
-      m_Requests.push_back(*text);
+      for (int fd : m_Open) polled.push_back({fd, POLLIN, 0});
     }
-    const std::string reply = m_Handler(*text);
-    if (!reply.empty() && !WriteAll(fd, reply)) break;
-    ++m_Replies;
+    if (poll(polled.data(), polled.size(), 20) <= 0) continue;
+    const int accepted = polled[0].revents != 0 ? accept4(m_Listen, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+    if (accepted >= 0) {
+      std::lock_guard<std::mutex> lock(m_Mutex);
+      m_Open.push_back(accepted);
+    }
+    for (size_t i = 1; i < polled.size(); ++i)
+      if (polled[i].revents != 0) Answer(polled[i].fd);
   }
+}
+
+// Clients send whole frames at once, so reading one cannot stall. A
+// connection that ends or cannot take its reply is closed.
+void FakeAgentDaemon::Answer(int fd) {
+  const std::optional<std::string> text = ReadFrame(fd);
+  if (text) {
+    std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Requests.push_back(*text);
+  }
+  const std::string reply = text ? m_Handler(*text) : "";
   std::lock_guard<std::mutex> lock(m_Mutex);
+  if (text && (reply.empty() || WriteAll(fd, reply))) {
+    ++m_Replies;
+    return;
+  }
   m_Open.erase(std::find(m_Open.begin(), m_Open.end(), fd));
   close(fd);
 }

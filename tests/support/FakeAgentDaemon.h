@@ -1,8 +1,8 @@
 #pragma once
 
-// A scripted stand-in for one agent daemon socket: serves every connection
-// on its own thread, reads framed requests and answers each with the raw
-// bytes the test's handler returns. Tests can also push raw bytes down the
+// A scripted stand-in for one agent daemon socket: one thread serves every
+// connection, reads framed requests and answers each with the raw bytes the
+// test's handler returns. Tests can also push raw bytes down the
 // newest connection, which is how events reach a client.
 
 #include <atomic>
@@ -38,9 +38,8 @@ class FakeAgentDaemon {
   bool push(const std::string& bytes);
 
  private:
-  bool WaitReadable(int fd) const;
   void Serve();
-  void ServeConnection(int fd);
+  void Answer(int fd);
 
   Handler m_Handler;
   int m_Listen = -1;

@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <thread>
 
 extern char** environ;
@@ -22,19 +21,7 @@ std::string Contents(int fd) {
   return text;
 }
 
-// The test's environment with `changes` applied.
-std::vector<std::string> Environment(const std::vector<std::string>& changes) {
-  std::vector<std::string> env;
-  for (char** entry = environ; *entry != nullptr; ++entry) env.emplace_back(*entry);
-  for (const std::string& change : changes) {
-    const std::string name = change.substr(0, change.find('=')) + "=";
-    env.erase(std::remove_if(env.begin(), env.end(), [&](const std::string& e) { return e.rfind(name, 0) == 0; }),
-              env.end());
-    if (change.find('=') != std::string::npos) env.push_back(change);
-  }
-  return env;
-}
-
+// The strings as a null-terminated array of pointers into them.
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   for (std::string& text : texts) pointers.push_back(text.data());
@@ -48,7 +35,15 @@ ProgramRun::ProgramRun(const std::vector<std::string>& argv, Options options)
     : options_(std::move(options)), started_(Clock::now()) {
   // Everything the child needs is made before fork: the child of a threaded
   // test may only make async-signal-safe calls.
-  std::vector<std::string> args = argv, env = Environment(options_.env);
+  std::vector<std::string> args = argv, env;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string name = std::string(*entry).substr(0, std::string(*entry).find('='));
+    bool changed = false;
+    for (const std::string& change : options_.env) changed |= change.substr(0, change.find('=')) == name;
+    if (!changed) env.emplace_back(*entry);
+  }
+  for (const std::string& change : options_.env)
+    if (change.find('=') != std::string::npos) env.push_back(change);
   std::vector<char*> argp = Pointers(args), envp = Pointers(env);
   out_ = memfd_create("stdout", MFD_CLOEXEC);
   err_ = memfd_create("stderr", MFD_CLOEXEC);
@@ -64,18 +59,20 @@ ProgramRun::ProgramRun(const std::vector<std::string>& argv, Options options)
 }
 
 ProgramRun::~ProgramRun() {
-  if (pid_ > 0 && !reaped_) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  for (int fd : {out_, err_})
-    if (fd >= 0) close(fd);
+  if (running()) kill(pid_, SIGKILL);
+  wait(0);
+  close(out_);
+  close(err_);
 }
 
 bool ProgramRun::running() {
   int status = 0;
-  if (!reaped_ && pid_ > 0 && waitpid(pid_, &status, WNOHANG) == pid_) Record(status);
-  return pid_ > 0 && !reaped_;
+  if (reaped_ || pid_ <= 0 || waitpid(pid_, &status, WNOHANG) != pid_) return !reaped_ && pid_ > 0;
+  reaped_ = true;
+  outcome_.seconds = std::chrono::duration<double>(Clock::now() - started_).count();
+  if (WIFEXITED(status)) outcome_.exitStatus = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
+  return false;
 }
 
 std::string ProgramRun::out() const { return Contents(out_); }
@@ -86,19 +83,10 @@ ProgramRun::Outcome ProgramRun::wait(int limitMs) {
   else if (options_.timeLimitMs > 0) deadline = started_ + std::chrono::milliseconds(options_.timeLimitMs);
   while (running() && Clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   if (running()) {
-    outcome_.hung = true;
     kill(pid_, SIGKILL);
-    int status = 0;
-    if (waitpid(pid_, &status, 0) == pid_) Record(status);
+    while (running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   outcome_.out = Contents(out_);
   outcome_.err = Contents(err_);
   return outcome_;
-}
-
-void ProgramRun::Record(int status) {
-  reaped_ = true;
-  outcome_.seconds = std::chrono::duration<double>(Clock::now() - started_).count();
-  if (WIFEXITED(status)) outcome_.exitStatus = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
 }

@@ -8,18 +8,17 @@
 #include <vector>
 
 // A program run as a child process, for whole-program tests: the arguments as
-// given (no shell), the test's environment with additions, standard output and
-// error captured, and a time limit after which it is killed and reported hung.
+// given (no shell), the test's environment with changes, standard output and
+// error captured, and a time limit after which it is killed.
 //
 //   ProgramRun::Outcome done = RunProgram({ZX_ZENTRIX_BIN, "-?"});
 //   ProgramRun run({EVENT_WATCH_BIN});  ...  kill(run.pid(), SIGTERM);  run.wait().status()
 class ProgramRun {
  public:
   struct Options {
-    // "NAME=value" set for the program, a bare "NAME" removed.
-    std::vector<std::string> env;
-    std::string workDir;      // empty: the test's own
-    int timeLimitMs = 30000;  // 0: none
+    std::vector<std::string> env;  // "NAME=value" set for the program, a bare "NAME" removed
+    std::string workDir;           // empty: the test's own
+    int timeLimitMs = 30000;       // 0: none
     // Runs in the child just before exec (resource limits, capabilities,
     // descriptors to pass on). The test may have threads, so only
     // async-signal-safe calls belong here.
@@ -27,8 +26,7 @@ class ProgramRun {
   };
   struct Outcome {
     int exitStatus = -1;  // valid when the program exited
-    int signal = 0;       // the signal that ended it, if any
-    bool hung = false;    // it outlived its time limit and was killed
+    int signal = 0;       // the signal that ended it, if any (SIGKILL past the time limit)
     std::string out, err;
     double seconds = 0;
     // The shell's way: the exit status, or 128 + the signal.
@@ -51,8 +49,6 @@ class ProgramRun {
   Outcome wait(int limitMs = -1);
 
  private:
-  void Record(int status);
-
   Options options_;
   std::chrono::steady_clock::time_point started_;
   pid_t pid_ = -1;

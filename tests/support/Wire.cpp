@@ -30,24 +30,18 @@ bool WriteAll(int fd, const std::string& bytes) {
   return fd >= 0 && send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
-std::string ReadSome(int fd, int timeoutMs, size_t max, bool* closed) {
-  pollfd poller{fd, POLLIN, 0};
-  if (fd < 0 || poll(&poller, 1, timeoutMs) <= 0) return "";
-  std::string buffer(std::min<size_t>(max, 65536), '\0');
-  const ssize_t got = read(fd, &buffer[0], buffer.size());
-  if (got == 0 && closed != nullptr) *closed = true;
-  return got > 0 ? buffer.substr(0, got) : "";
-}
-
 std::string ReadBytes(int fd, size_t n, int timeoutMs, bool* closed) {
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
   std::string got;
-  while (got.size() < n) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    const std::string some = ReadSome(fd, static_cast<int>(std::max<long>(left, 0)), n - got.size(), closed);
-    if (some.empty()) break;
-    got += some;
+  char buffer[65536];
+  for (pollfd poller{fd, POLLIN, 0}; fd >= 0 && got.size() < n; poller.revents = 0) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (poll(&poller, 1, static_cast<int>(std::max<long>(left.count(), 0))) <= 0) break;
+    const ssize_t some = read(fd, buffer, std::min(sizeof buffer, n - got.size()));
+    if (some == 0 && closed != nullptr) *closed = true;
+    if (some <= 0) break;
+    got.append(buffer, some);
   }
   return got;
 }

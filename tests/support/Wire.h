@@ -22,10 +22,8 @@ sockaddr_un UnixAddress(const std::string& path);
 
 // Every byte, without SIGPIPE; false when the peer is gone.
 bool WriteAll(int fd, const std::string& bytes);
-// Whatever one read brings within `timeoutMs` (at most `max` bytes); empty on
-// time-out. `*closed` is set when the peer has closed its end.
-std::string ReadSome(int fd, int timeoutMs, size_t max = 65536, bool* closed = nullptr);
-// Up to `n` bytes: fewer when the peer closes or `timeoutMs` runs out.
+// Up to `n` bytes: fewer when the peer closes (then `*closed` is set) or
+// `timeoutMs` runs out.
 std::string ReadBytes(int fd, size_t n, int timeoutMs, bool* closed = nullptr);
 // One frame's text (without its NUL); nothing on time-out, end of file, or a
 // frame whose length word and final NUL do not agree.
