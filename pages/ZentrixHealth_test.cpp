@@ -1,5 +1,6 @@
 #include "pages/ZentrixHealth.h"
 
+#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
