@@ -14,6 +14,7 @@
 #include "app/CCmdLineT.h"
 #include "pages/Zentrix.h"
 #include "runtime/CDebug.h"
+#include "runtime/LocalTime.h"
 #include "sysinfo/SystemInformation.h"
 
 namespace {
@@ -40,11 +41,8 @@ void ZentrixApp::showHelp() {
 
 std::string ZentrixApp::getOutputFilename() {
   if (m_outputFilename.empty()) {
-    time_t now = time(nullptr);
-    struct tm local = {};
-    localtime_r(&now, &local);
     char stamp[100];
-    size_t length = strftime(stamp, sizeof stamp, "%Y%m%d%H%M%S", &local);
+    size_t length = FormatLocalTime(stamp, sizeof stamp, "%Y%m%d%H%M%S", time(nullptr));
     m_outputFilename = "Zentrix_" + std::string(stamp, length) + ".html";
   }
   return m_outputFilename;

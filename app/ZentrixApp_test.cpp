@@ -8,36 +8,37 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
+#include "pages/Zentrix.h"
 #include "tests/support/TestSupport.h"
 
 namespace fs = std::filesystem;
 
-TEST(ZentrixAppTest, OutputFilenameIsStampedOnceInLocalTime) {
+TEST(ZentrixAppTest, FileNameAndHeadingShowLocalTimeAndTheNameIsStampedOnce) {
   // Zones far from UTC: a UTC stamp, or a second stamp, shows.
   ScopedEnv zone("TZ", "UTC-14");
   ZentrixApp app;
   const time_t now = time(nullptr);
   const std::string name = app.getOutputFilename();
+  const std::string heading = Zentrix().getTimestamp();
   zone.set("TZ", "UTC+14");
-  const std::string again = app.getOutputFilename();
+  EXPECT_EQ(app.getOutputFilename(), name);
 
-  EXPECT_EQ(again, name);
-  struct tm parsed = {};
-  ASSERT_NE(strptime(name.c_str(), "Zentrix_%Y%m%d%H%M%S.html", &parsed), nullptr) << name;
-  char reprinted[64];
-  strftime(reprinted, sizeof reprinted, "Zentrix_%Y%m%d%H%M%S.html", &parsed);
-  EXPECT_EQ(name, reprinted);  // zero-padded, nothing around it
-  EXPECT_LE(std::abs(difftime(timegm(&parsed), now + 14 * 3600)), 2.0) << name;
+  for (const auto& [text, format] : {std::make_pair(name, "Zentrix_%Y%m%d%H%M%S.html"),
+                                     std::make_pair(heading, "%Y-%m-%d %H:%M:%S")}) {
+    struct tm parsed = {};
+    ASSERT_NE(strptime(text.c_str(), format, &parsed), nullptr) << text;
+    char reprinted[64];
+    strftime(reprinted, sizeof reprinted, format, &parsed);
+    EXPECT_EQ(text, reprinted);  // zero-padded, nothing around it
+    EXPECT_LE(std::abs(difftime(timegm(&parsed), now + 14 * 3600)), 2.0) << text;
+  }
 }
 
 TEST(ZentrixAppTest, WritableProbeCreatesOrEmptiesTheFileAndCutsLongPaths) {
-  std::string pattern = (fs::temp_directory_path() / "zentrix-app-XXXXXX").string();
-  const std::string dir = mkdtemp(pattern.data());
-  struct RemoveOnExit {
-    std::string path;
-    ~RemoveOnExit() { fs::remove_all(path); }
-  } cleanup{dir};
+  ScopedSystemRoot root;
+  const std::string dir = root.makeDirs("/out");
   ZentrixApp app;
   EXPECT_TRUE(app.isFileWritable(""));
 
@@ -48,8 +49,7 @@ TEST(ZentrixAppTest, WritableProbeCreatesOrEmptiesTheFileAndCutsLongPaths) {
   umask(mask);
   EXPECT_EQ(fs::status(fresh).permissions(), static_cast<fs::perms>(0644 & ~mask));
 
-  const std::string existing = dir + "/old.html";
-  std::ofstream(existing) << "previous report";
+  const std::string existing = root.writeFile("/out/old.html", "previous report");
   ASSERT_TRUE(app.isFileWritable(existing));
   EXPECT_EQ(fs::file_size(existing), 0u);
 

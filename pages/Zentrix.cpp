@@ -5,6 +5,7 @@
 #include "html/StatusIcons.h"
 #include "pages/ZentrixHealth.h"
 #include "pages/ZentrixInformation.h"
+#include "runtime/LocalTime.h"
 
 namespace {
 
@@ -76,11 +77,8 @@ const char kScript[] =
 Zentrix::~Zentrix() = default;
 
 std::string Zentrix::getTimestamp() {
-  time_t now = time(nullptr);
-  struct tm local = {};
-  localtime_r(&now, &local);
   char buffer[100];
-  size_t length = strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local);
+  size_t length = FormatLocalTime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", time(nullptr));
   return std::string(buffer, length);
 }
 
