@@ -52,7 +52,6 @@ class AgentSimulator : public ScopedSystemRoot {
   bool stop() { return control("stop"); }
   // Daemon start after stop(): pid file and sockets are created again.
   bool start() { return control("start"); }
-  bool restart() { return control("restart"); }
 
   // Sends one control command; true when the simulator answered "ok".
   bool control(const std::string& command) { return query(command).compare(0, 2, "ok") == 0; }
