@@ -191,7 +191,7 @@ TEST_F(FaultInjectionTest, CountsOfMinusOneEndAtTheBound) {
 TEST_F(FaultInjectionTest, KilledDuringTheRunLeavesAReportWithoutTheRest) {
   ASSERT_TRUE(sim_.control("delay 50"));
   ProgramRun run(ReportCommand(path_));
-  ASSERT_TRUE(sim_.waitForRequests(5));
+  ASSERT_TRUE(WaitUntil([&] { return sim_.requests().size() >= 5; }));
   EXPECT_EQ(sim_.terminate(SIGKILL), 128 + SIGKILL);
   const Outcome outcome = run.wait();
   ExpectWrittenWithoutHostName(outcome, false);
@@ -238,7 +238,7 @@ TEST_F(FaultInjectionTest, DirectoryRemovedBetweenProbeAndWrite) {
   const std::string dir = sim_.path("/out"), path = dir + "/report.html";
   fs::create_directories(dir);
   ProgramRun run(ReportCommand(path));
-  ASSERT_TRUE(sim_.waitForRequests(1));  // the probe has run
+  ASSERT_TRUE(WaitUntil([&] { return !sim_.requests().empty(); }));  // the probe has run
   EXPECT_TRUE(fs::exists(path));
   fs::remove_all(dir);
   ExpectEnded(run.wait(), 255,

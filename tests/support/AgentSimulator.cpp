@@ -60,10 +60,6 @@ bool AgentSimulator::waitForEventChannels(int count) {
   return WaitUntil([&] { return query("status").find(wanted) != std::string::npos; }, kTimeoutMs);
 }
 
-bool AgentSimulator::waitForRequests(size_t count) {
-  return WaitUntil([&] { return requests().size() >= count; }, kTimeoutMs);
-}
-
 std::vector<std::string> AgentSimulator::requests() const {
   std::vector<std::string> lines;
   std::ifstream in(recordFile_);

@@ -62,8 +62,6 @@ class AgentSimulator : public ScopedSystemRoot {
   // Waits until `count` event channels are registered (a client that
   // enabled events has sent its init command on /dev/omadaj).
   bool waitForEventChannels(int count);
-  // Waits until at least `count` requests have been recorded.
-  bool waitForRequests(size_t count);
 
   // Recorded request texts, one per received frame, oldest first.
   std::vector<std::string> requests() const;
