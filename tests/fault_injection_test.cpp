@@ -280,6 +280,7 @@ TEST_F(FaultInjectionTest, UnusableSocketsEndTheRunWithTheUsualError) {
     const char* socket;
     bool hung;
   } cases[] = {{"/dev/omads", false}, {"/dev/omadsj", false}, {"/dev/omadsj", true}, {"/dev/omads", true}};
+  bool skipped = false;
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.socket) + (c.hung ? " hung" : " mode 000"));
     const fs::perms usual = fs::status(sim_.path(c.socket)).permissions();
@@ -289,11 +290,15 @@ TEST_F(FaultInjectionTest, UnusableSocketsEndTheRunWithTheUsualError) {
     const Outcome run = c.hung ? Run() : Run(ordinaryUser);
     fs::permissions(sim_.path(c.socket), usual);
     for (int fd : hung) close(fd);
-    if (run.exitStatus == 126) continue;  // capabilities cannot be dropped here
+    if (run.exitStatus == 126) {
+      skipped = true;  // capabilities cannot be dropped here
+      continue;
+    }
     ExpectNotConnected(run);
     EXPECT_LT(run.seconds, 5.0);
   }
   EXPECT_TRUE(sim_.requests().empty());
+  if (skipped) GTEST_SKIP() << "cannot drop capabilities here: the mode 000 cases did not run";
 }
 
 }  // namespace
