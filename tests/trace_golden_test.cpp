@@ -9,17 +9,9 @@
 // After a deliberate change, regenerate with
 //   ZX_UPDATE_GOLDEN=1 ./system_tests --gtest_filter='TraceGolden*'
 // and read the diff of tests/golden/ line by line before committing it.
-#include <signal.h>
-
-#include <cstdlib>
-#include <fstream>
 #include <map>
-#include <memory>
 #include <regex>
 #include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -30,17 +22,18 @@ namespace {
 using Lines = std::vector<std::string>;
 constexpr int kLevels = 5;
 
-// The memory column changes from run to run.
+// A simulator of an empty server whose trace has no memory column (it changes from run to run).
 void WithoutMemoryColumn(const AgentSimulator& sim) {
   sim.writeFile("/etc/velmark/OrvanaSuite/TraceConfig/global_trace.ini", "[Zentrix]\nMemoryTracesFlag=0\n[EndOfFile]\n");
 }
 
-// `program` traced at `level` into <root>/L<level>, in an environment of its
+// `command` traced at `level` into <root>/L<level>, in an environment of its
 // own so that the header's tables are reproducible.
-Lines Traced(const AgentSimulator& sim, int level, const std::string& program) {
-  return {"/usr/bin/env", "-i", "ZENTRIX_ROOT=" + sim.root(), "OV_LOG_DEBUG_LEVEL=" + std::to_string(level),
-          "TraceFileLimit=1", "OV_LOG_RINGBUF_WEIGHT=1", "OV_LOG_RINGBUF_DIR=" + sim.makeDirs("/L" + std::to_string(level)),
-          program};
+Lines Traced(const AgentSimulator& sim, int level, const Lines& command) {
+  Lines env = {"/usr/bin/env", "-i", "ZENTRIX_ROOT=" + sim.root(), "OV_LOG_DEBUG_LEVEL=" + std::to_string(level),
+               "TraceFileLimit=1", "OV_LOG_RINGBUF_WEIGHT=1", "OV_LOG_RINGBUF_DIR=" + sim.makeDirs("/L" + std::to_string(level))};
+  env.insert(env.end(), command.begin(), command.end());
+  return env;
 }
 
 std::string File(const AgentSimulator& sim, int level, const char* name) {
@@ -49,11 +42,12 @@ std::string File(const AgentSimulator& sim, int level, const char* name) {
 
 // The records of a ring (its header when asked for, then the start mark up to
 // the newest end mark) or of a log file, masked, grouped by thread.
-Lines Masked(const std::string& text, const std::string& root, bool withHeader) {
+Lines Masked(const AgentSimulator& sim, int level, const char* name, bool withHeader) {
   static const std::regex record(R"(^\S+ \S+ \[([0-9A-F]{8})\] (.*)$)"),
       number(R"(((?:fd|Fd|FD|FdOld|FdNew|Channel|omadfd)=|socket |(?:FD|PID) +: |hKey = |callback 0x)-?[0-9A-F]+)"),
-      pipe(R"((pipe ?\[)\d+,\d+)"), daemonFd(R"(("RAW":\[(?:\d+,){65})\d+)"), initLength(R"((= ?)\d+)");
-  std::istringstream ring(text);
+      pipe(R"((pipe ?\[)\d+,\d+)"), daemonFd(R"(("RAW":\[(?:\d+,){65})\d+)"), initLength(R"((= ?)\d+)"),
+      levelDir("<root>/L[1-5]");
+  std::istringstream ring(File(sim, level, name));
   std::map<std::string, std::string> threads;
   Lines lines;
   int part = 0;  // the header, the padding after it, the records
@@ -73,45 +67,38 @@ Lines Masked(const std::string& text, const std::string& root, bool withHeader) 
     if (init) line = std::regex_replace(std::regex_replace(line, daemonFd, "$1#"), initLength, "$1#");
     init = init && line.find("SendInitChannelCommand:") == std::string::npos;
     line = std::regex_replace(std::regex_replace(line, number, "$1#"), pipe, "$1#,#");
-    for (const auto& [path, name] : {std::pair<std::string, const char*>{ZX_ZENTRIX_BIN, "<Zentrix>"}, {root, "<root>"}})
+    for (const auto& [path, name] : {std::pair<std::string, const char*>{ZX_ZENTRIX_BIN, "<Zentrix>"}, {sim.root(), "<root>"}})
       for (size_t at; (at = line.find(path)) != std::string::npos;) line.replace(at, path.size(), name);
-    lines.push_back(std::regex_replace(line, std::regex("<root>/L[1-5]"), "<root>/L#"));  // the level's own directory
+    lines.push_back(std::regex_replace(line, levelDir, "<root>/L#"));  // the level's own directory
   }
   for (std::string& line : lines)
     for (const auto& [id, name] : threads)
       for (size_t at; (at = line.find(id)) != std::string::npos;) line.replace(at, id.size(), name);
-  std::stable_sort(lines.begin(), lines.end(),
-                   [](const std::string& a, const std::string& b) { return a.substr(0, 3) < b.substr(0, 3); });
+  std::stable_sort(lines.begin(), lines.end(), [](const auto& a, const auto& b) { return a.substr(0, 3) < b.substr(0, 3); });
   return lines;
 }
 
-// The level-5 trace, each line with the lowest level whose run holds it.
+// The level-5 trace, each line with the lowest level whose run holds it; the
+// log file (level 0) numbers its threads on its own, so its lines match without.
 Lines Levelled(const AgentSimulator& sim, bool withHeader) {
-  std::vector<std::multiset<std::string>> runs;
-  for (int level = 0; level < kLevels; ++level) {
-    Lines run = level == 0 ? Masked(File(sim, kLevels, "log.zentrix"), sim.root(), true)
-                           : Masked(File(sim, level, "log.zentrix_a"), sim.root(), withHeader);
-    if (level == 0)
-      for (std::string& line : run) line.erase(0, 2);  // the log file numbers its threads on its own
-    runs.emplace_back(run.begin(), run.end());
-  }
-  Lines lines = Masked(File(sim, kLevels, "log.zentrix_a"), sim.root(), withHeader);
+  std::vector<std::multiset<std::string>> runs(kLevels);
+  const auto key = [](int level, const std::string& line) { return level == 0 ? line.substr(2) : line; };
+  for (int level = 0; level < kLevels; ++level)
+    for (const std::string& line : Masked(sim, level ? level : kLevels, level ? "log.zentrix_a" : "log.zentrix", withHeader || !level))
+      runs[level].insert(key(level, line));
+  Lines lines = Masked(sim, kLevels, "log.zentrix_a", withHeader);
   for (std::string& line : lines) {
     int level = 0;
-    for (auto it = runs[0].end(); level < kLevels; ++level)
-      if ((it = runs[level].find(level == 0 ? line.substr(2) : line)) != runs[level].end()) {
-        runs[level].erase(it);
-        break;
-      }
+    while (level < kLevels && runs[level].count(key(level, line)) == 0) ++level;
+    if (level < kLevels) runs[level].erase(runs[level].find(key(level, line)));
     line.insert(2, " " + std::to_string(level));
   }
   return lines;
 }
 
 void ExpectGolden(const std::string& name, const Lines& lines) {
-  std::string text;
+  std::string text, path = std::string(ZX_SOURCE_DIR) + "/tests/golden/" + name;
   for (const std::string& line : lines) text += line + "\n";
-  const std::string path = std::string(ZX_SOURCE_DIR) + "/tests/golden/" + name;
   if (const char* update = std::getenv("ZX_UPDATE_GOLDEN"); update != nullptr && std::string(update) == "1") {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     GTEST_SKIP() << "rewrote " << path;
@@ -127,9 +114,8 @@ TEST(TraceGoldenTest, ReportOnAnEmptyServer) {
   options.workDir = sim.root();
   for (int level = 1; level <= kLevels; ++level) {
     ASSERT_TRUE(sim.control("fault split 2 500 oc=57860 count=1"));
-    Lines command = Traced(sim, level, ZX_ZENTRIX_BIN);
-    command.insert(command.end(), {"-clearstatus", "-output", sim.path("/report.html")});
-    const ProgramRun::Outcome done = RunProgram(command, options);
+    const ProgramRun::Outcome done =
+        RunProgram(Traced(sim, level, {ZX_ZENTRIX_BIN, "-clearstatus", "-output", sim.path("/report.html")}), options);
     ASSERT_EQ(done.status(), 0) << done.err;
   }
   ExpectGolden("trace-report.txt", Levelled(sim, true));
@@ -142,13 +128,11 @@ TEST(TraceGoldenTest, EventSessionOfEachThread) {
   WithoutMemoryColumn(sim);
   std::vector<std::unique_ptr<ProgramRun>> watchers;
   for (int level = 1; level <= kLevels; ++level)
-    watchers.push_back(std::make_unique<ProgramRun>(Traced(sim, level, ZX_EVENT_WATCH_BIN)));
+    watchers.push_back(std::make_unique<ProgramRun>(Traced(sim, level, {ZX_EVENT_WATCH_BIN})));
   const auto traced = [&sim](const char* text) {
-    return WaitUntil([&] {
-      for (int level = 1; level <= kLevels; ++level)
-        if (File(sim, level, "log.zentrix_a").find(text) == std::string::npos) return false;
-      return true;
-    });
+    int level = 1;
+    const auto holds = [&] { return File(sim, level, "log.zentrix_a").find(text) != std::string::npos; };
+    return WaitUntil([&] { while (level <= kLevels && holds()) ++level; return level > kLevels; });
   };
   ASSERT_TRUE(sim.waitForEventChannels(kLevels));
   for (const char* command : {R"(event {"OC":770,"OI":2,"CA":0,"ST":0,"DA":5580})", "event-raw-garbage",

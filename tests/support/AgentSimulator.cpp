@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <fstream>
 
 #include <gtest/gtest.h>
@@ -61,21 +60,11 @@ bool AgentSimulator::waitForEventChannels(int count) {
   return WaitUntil([&] { return query("status").find(wanted) != std::string::npos; }, kTimeoutMs);
 }
 
-bool AgentSimulator::waitForRequests(size_t count) {
-  return WaitUntil([&] { return requests().size() >= count; }, kTimeoutMs);
-}
-
 std::vector<std::string> AgentSimulator::requests() const {
   std::vector<std::string> lines;
   std::ifstream in(recordFile_);
   for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;
-}
-
-void AgentSimulator::clearRequests() {
-  // The simulator appends, so truncating under it is safe.
-  if (truncate(recordFile_.c_str(), 0) != 0 && errno != ENOENT)
-    ADD_FAILURE() << "AgentSimulator: cannot truncate " << recordFile_;
 }
 
 int AgentSimulator::terminate(int signal) {

@@ -52,7 +52,6 @@ class AgentSimulator : public ScopedSystemRoot {
   bool stop() { return control("stop"); }
   // Daemon start after stop(): pid file and sockets are created again.
   bool start() { return control("start"); }
-  bool restart() { return control("restart"); }
 
   // Sends one control command; true when the simulator answered "ok".
   bool control(const std::string& command) { return query(command).compare(0, 2, "ok") == 0; }
@@ -63,13 +62,9 @@ class AgentSimulator : public ScopedSystemRoot {
   // Waits until `count` event channels are registered (a client that
   // enabled events has sent its init command on /dev/omadaj).
   bool waitForEventChannels(int count);
-  // Waits until at least `count` requests have been recorded (counted since
-  // the last clearRequests()).
-  bool waitForRequests(size_t count);
 
   // Recorded request texts, one per received frame, oldest first.
   std::vector<std::string> requests() const;
-  void clearRequests();
 
   // Ends the simulator process with `signal` and reaps it (killed when it
   // does not end in time); the exit status, or 128 + the ending signal.
