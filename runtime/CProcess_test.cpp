@@ -2,24 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "tests/support/TestSupport.h"
-
-TEST(CProcessTest, CurrentDirectoryIsLeftUnchangedWhenItCannotBeRead) {
-  int saved = open(".", O_RDONLY | O_DIRECTORY);
-  ScopedSystemRoot root;
-  ASSERT_EQ(0, chdir(root.makeDirs("/gone").c_str()));
-  ASSERT_EQ(0, rmdir(root.path("/gone").c_str()));
-  std::string dir = "kept";
-  EXPECT_FALSE(CProcess::GetCurrentDir(dir));
-  ASSERT_EQ(0, fchdir(saved));
-  close(saved);
-  EXPECT_EQ("kept", dir);
-}
 
 // The figure of the line that begins with the name, in the unit asked for;
 // the value is left alone when there is none.

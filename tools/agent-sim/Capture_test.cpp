@@ -61,22 +61,5 @@ TEST(CaptureTest, AProfileThatAnswersAsTheAgentDid) {
   EXPECT_EQ(profile.values.Find({0x180A, 0, 0})->status, 12u);
 }
 
-TEST(CaptureTest, AnswersListMistakesAreNamed) {
-  const struct {
-    const char* entry;
-    const char* error;
-  } cases[] = {
-      {R"({"OC":1,"answers":[{"DA":1,"OI":2}]})", "overrides[0].answers[0]: unknown member \"OI\""},
-      {R"({"OC":1,"answers":[]})", "overrides[0].answers: must be a non-empty array"},
-      {R"({"OC":1,"ST":0,"answers":[{"DA":1}]})", "overrides[0]: \"answers\" replaces"},
-  };
-  for (const auto& c : cases) {
-    Profile profile;
-    std::string error;
-    EXPECT_FALSE(Profile::Parse(std::string(R"({"overrides":[)") + c.entry + "]}", profile, error)) << c.entry;
-    EXPECT_NE(error.find(c.error), std::string::npos) << error;
-  }
-}
-
 }  // namespace
 }  // namespace agentsim

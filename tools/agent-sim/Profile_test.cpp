@@ -49,6 +49,9 @@ TEST(ProfileTest, MistakesAreNamedWithTheirPlace) {
       {"{\"voltages\": [{\"min\": 1}]}", "voltages[0]: \"min\" and \"max\" go together"},
       {"{\"voltages\": [{\"min\": 1, \"max\": 40000}]}", "signed 16-bit"},
       {"{\"overrides\": [{\"ST\": 1}]}", "needs \"OC\""},
+      {R"({"overrides":[{"OC":1,"answers":[{"DA":1,"OI":2}]}]})", "overrides[0].answers[0]: unknown member \"OI\""},
+      {R"({"overrides":[{"OC":1,"answers":[]}]})", "overrides[0].answers: must be a non-empty array"},
+      {R"({"overrides":[{"OC":1,"ST":0,"answers":[{"DA":1}]}]})", "overrides[0]: \"answers\" replaces"},
       {"{", "JSON error"},
   };
   for (const auto& c : cases) {
