@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/SipJson.h"
 #include "sysinfo/ComponentStatusPrinter.h"
 #include "tests/support/TestSupport.h"
 
@@ -81,6 +82,25 @@ TEST(SystemInformationTest, GettersReadTheirAddressesAndDecodeTheReplies) {
       ROW(getNetworkAdaptersOverallStatus(), 27), ROW(getIpAddresses(), {"192.168.1.10", "fe80::21a:2bff:fe3c:4d5e"}),
   });
 
+}
+
+// What the report's requests never show: on a fresh record the thresholds
+// send no cabinet, slot 1 of the addresses never writes the value id, and
+// the reset overwrites the data member.
+TEST(SystemInformationTest, ThresholdsAndAddressesWriteOnlyTheirOwnMembers) {
+  AgentSimulator agent({kServerProfile});
+  SystemInformation info;
+  info.getVoltageThresholds(0);
+  EXPECT_EQ(agent.requests().back(), Sip("{\"OC\":1315}"));
+  ASSERT_TRUE(agent.control("fault invalid-json oc=57608 count=1"));  // resets the record
+  info.getIpAddresses();
+  EXPECT_EQ(agent.requests().back(), Sip("{\"OE\":1}"));
+  // The reset sends the number 1 even where the last reply left a text.
+  EXPECT_EQ(info.getHostName(), "host1");
+  info.clearDriverMonitorStatus();
+  SipJson sent;
+  ASSERT_TRUE(sent.ParseReply(agent.requests().back()));
+  EXPECT_EQ(sent.GetCmdElemValue(0, "DA", 0), 1u);
 }
 
 TEST(SystemInformationTest, StreamReadsNeedARawBlockAndFailuresKeepTheStream) {
