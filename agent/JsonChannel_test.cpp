@@ -65,27 +65,23 @@ void WaitUntilRead(SocketPair& pair) {
   pair.ClosePeer();
 }
 
-TEST(JsonChannel, FramesRequestsAndRepliesBothWays) {
+// Plain exchanges show in the whole-run trace; a NUL inside the payload does not.
+TEST(JsonChannel, ReplyTextEndsAtTheFirstNulOrTheAnnouncedLength) {
   SocketPair pair;
-  std::string seen[3];
+  std::string seen[2];
   pair.thread = std::thread([&seen, fd = pair.peer] {
     seen[0] = Request(fd);
-    EXPECT_TRUE(WriteAll(fd, Framed("{\"answer\":1}")));
+    EXPECT_TRUE(WriteAll(fd, LengthWord(7) + std::string("ab\0cdef", 7)));
     seen[1] = Request(fd);
-    EXPECT_TRUE(WriteAll(fd, LengthWord(7) + std::string("ab\0cdef", 7)));  // text ends at the first NUL
-    seen[2] = Request(fd);
-    EXPECT_TRUE(WriteAll(fd, LengthWord(5) + "vwxyz"));  // no NUL inside the announced length
+    EXPECT_TRUE(WriteAll(fd, LengthWord(5) + "vwxyz"));
   });
-  std::string reply = "old";
-  EXPECT_EQ(JsonSendRequest(pair.client, "{\"q\":2}", reply, 5), kJsonOk);
-  EXPECT_EQ(reply, "{\"answer\":1}");
+  std::string reply;
   EXPECT_EQ(JsonSendRequest(pair.client, "", reply, 5), kJsonOk);
   EXPECT_EQ(reply, "ab");
   EXPECT_EQ(pair.Send(nullptr, reply), kJsonOk);
   EXPECT_EQ(reply, "vwxyz");
-  EXPECT_EQ(seen[0], "{\"q\":2}");  // the reader checks the length word and the NUL
-  EXPECT_EQ(seen[1], "");  // empty request: a 5-byte frame
-  EXPECT_EQ(seen[2], seen[1]);
+  EXPECT_EQ(seen[0], "");  // empty request: a 5-byte frame the reader accepts
+  EXPECT_EQ(seen[1], "");
 }
 
 // A reply in pieces arrives whole: each wait lasts the request's time-out
@@ -196,17 +192,6 @@ TEST(JsonChannel, IsFdReadyReportsEachOutcome) {
   EXPECT_EQ(IsFdReady(pair.client, POLLIN | POLLPRI, 100), -9);  // mask only partly shown
   pair.ClosePeer();
   EXPECT_EQ(IsFdReady(pair.client, POLLIN, 100), -6);
-}
-
-TEST(JsonChannel, InitBlockKeepsTheDescriptorAtItsOffset) {
-  const std::string block = BuildInitChannelBlock("Zentrix", 0x01020304);
-  EXPECT_EQ(block, "Zentrix" + std::string(58, '\0') + "\x04\x03\x02\x01" + std::string(149, '\0'));
-  // A name that would not fit is cut at 65 bytes; the descriptor stays put.
-  EXPECT_EQ(BuildInitChannelBlock(std::string(80, 'n').c_str(), 9), std::string(65, 'n') + '\x09' + std::string(152, '\0'));
-  EXPECT_EQ(BuildInitChannelBlock(nullptr, 0), std::string(218, '\0'));
-  SocketPair gone;
-  gone.ClosePeer();
-  EXPECT_TRUE(SendInitChannelCommand(gone.client, "x", kJsonEventChannel, 5)) << "its outcome is not judged";
 }
 
 }  // namespace

@@ -12,28 +12,17 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 const char* const kEmpty = "{\"SIP\":{\"V\":1,\"CMD\":[]}}";
 
-TEST(SipJsonRequest, FillOrderReplaceAndRemove) {
+// Member order and removal show in every request of the whole-run trace; what
+// it never shows: a non-object command, and the repair of a kept envelope.
+TEST(SipJsonRequest, GetCmdPadsAndRepairsTheList) {
+  SipJson::GenericValue number(3u);
+  EXPECT_FALSE(SipJson::SetCmdElemValue(number, "OC", 1, false));
   SipJson record;
   record.JsonInit();
   EXPECT_EQ(record.Serialize(), kEmpty);
-  SipJson::GenericValue& cmd = record.GetCmd();
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OC", 0x301, false));
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 2, true));
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OI", 4, true));
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "CA", 0, false));
-  // Replacing keeps the member's place; zero with removal drops it and moves
-  // the last member into its place, or adds nothing when it is absent.
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OC", 5, false));
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 0, true));
-  EXPECT_TRUE(SipJson::SetCmdElemValue(cmd, "OE", 0, true));
-  EXPECT_EQ(record.Serialize(), Sip("{\"OC\":5,\"CA\":0,\"OI\":4}"));
-  SipJson::GenericValue number(3u);
-  EXPECT_FALSE(SipJson::SetCmdElemValue(number, "OC", 1, false));
-
-  // GetCmd pads the list and repairs a kept envelope without a usable list.
   record.SetCmdIndex(2);
-  record.GetCmd();
-  EXPECT_EQ(record.Serialize(), Sip("{\"OC\":5,\"CA\":0,\"OI\":4},{},{}"));
+  EXPECT_TRUE(SipJson::SetCmdElemValue(record.GetCmd(), "OC", 5, false));
+  EXPECT_EQ(record.Serialize(), Sip("{},{},{\"OC\":5}"));
   for (const char* kept : {"{\"SIP\":{\"V\":1}}", "{\"SIP\":{\"V\":1,\"CMD\":[5]}}"}) {
     SipJson repaired;
     ASSERT_TRUE(repaired.ParseReply(kept));
@@ -103,7 +92,7 @@ TEST_P(SipJsonDataEncoding, GettersReadEachEncoding) {
   if (c.uintOk) { EXPECT_EQ(value, c.uintValue); }
   std::string text = "old";
   EXPECT_EQ(record.GetCmdDataString(0, text, 0), c.stringOk);
-  if (c.stringOk) { EXPECT_EQ(text, c.text); }
+  EXPECT_EQ(text, c.stringOk || c.type == 3 ? c.text : "old");  // a RAW read clears it first
 }
 
 // name, DA, type, size, stream ok/bytes, uint ok/value, string ok/text.
@@ -113,8 +102,6 @@ INSTANTIATE_TEST_SUITE_P(
         DataCase{"raw4", "{\"RAW\":[1,2,3,4]}", 3, 4, true, {1, 2, 3, 4}, true, 0x04030201u, true, "\x01\x02\x03\x04"},
         DataCase{"raw2", "{\"RAW\":[52,18]}", 3, 2, true, {0x34, 0x12}, true, 0x1234u, true, "4\x12"},
         DataCase{"raw1", "{\"RAW\":[300]}", 3, 1, true, {44}, true, 300u, true, ","},  // one element: its full value
-        // Three bytes read as a four-byte value with a zero top byte.
-        DataCase{"raw3", "{\"RAW\":[1,2,3]}", 3, 3, true, {1, 2, 3}, true, 0x030201u, true, "\x01\x02\x03"},
         DataCase{"rawLowByte", "{\"RAW\":[257,65]}", 3, 2, true, {1, 65}, true, 0x4101u, true, "\x01" "A"},
         DataCase{"rawText", "{\"RAW\":[104,105,0,120]}", 3, 4, true, {104, 105, 0, 120}, true, 0x78006968u, true, "hi"},
         DataCase{"rawEmpty", "{\"RAW\":[]}", 3, 0, true, {}, false, 0, false, ""},
@@ -122,12 +109,9 @@ INSTANTIATE_TEST_SUITE_P(
         DataCase{"rawNotArray", "{\"RAW\":5}", 3, 0, true, {}, false, 0, false, ""},
         DataCase{"objectWithoutRaw", "{\"X\":1}", 3, 0, true, {}, false, 0, false, ""},
         DataCase{"string", "\"abc\"", 5, 4, true, {'a', 'b', 'c', 0}, false, 0, true, "abc"},
-        DataCase{"emptyString", "\"\"", 5, 1, true, {0}, false, 0, true, ""},
         DataCase{"strings", "[\"ab\",\"c\"]", 4, 6, true, {'a', 'b', 0, 'c', 0, 0}, false, 0, false, ""},
         DataCase{"numbers", "[1,300,70000,5000000000]", 4, 15, true, {}, false, 0, false, ""},
-        DataCase{"emptyArray", "[]", 4, 0, true, {}, false, 0, false, ""},
         DataCase{"byte", "7", 6, 8, true, {7}, true, 7u, false, ""},
-        DataCase{"word", "4660", 6, 8, true, {0x34, 0x12}, true, 0x1234u, false, ""},
         DataCase{"dword", "305419896", 6, 8, true, {0x78, 0x56, 0x34, 0x12}, true, 0x12345678u, false, ""},
         DataCase{"unsigned32", "4294967295", 6, 8, true, {0xFF, 0xFF, 0xFF, 0xFF}, true, 0xFFFFFFFFu, false, ""},
         DataCase{"qword", "4294967296", 6, 8, true, {0, 0, 0, 0, 1, 0, 0, 0}, false, 0, false, ""},
@@ -137,20 +121,6 @@ INSTANTIATE_TEST_SUITE_P(
         DataCase{"false", "false", 1, 1, false, {0xEE}, true, 0u, false, ""},
         DataCase{"null", "null", 0, 0, false, {0xEE}, false, 0, true, ""}),
     [](const ::testing::TestParamInfo<DataCase>& info) { return std::string(info.param.name); });
-
-TEST(SipJsonDataString, OffsetsIntoRawButNotIntoStrings) {
-  SipJson record;
-  ASSERT_TRUE(record.ParseReply(Sip("{\"DA\":{\"RAW\":[65,66,67]}}")));
-  std::string text;
-  EXPECT_TRUE(record.GetCmdDataString(0, text, 1));
-  EXPECT_EQ(text, "BC");
-  EXPECT_FALSE(record.GetCmdDataString(0, text, 3));
-  EXPECT_EQ(text, "");  // cleared before the checks
-  ASSERT_TRUE(record.ParseReply(Sip("{\"DA\":\"abc\"}")));
-  text = "keep";
-  EXPECT_FALSE(record.GetCmdDataString(0, text, 1));
-  EXPECT_EQ(text, "keep");
-}
 
 TEST(SipJsonReplyData, StatusAndDataTypeDecide) {
   const std::pair<const char*, bool> cases[] = {

@@ -8,20 +8,6 @@ namespace {
 
 using CS = ComponentStatus;
 
-TEST(TextMapTest, EveryStatusRowIsWithinTheStatusRangeAndHasAWord) {
-  TextMap m;
-  for (const TextMap::StatusMap* map :
-       {&m.fanStatusMap, &m.tempSensorStatusMap, &m.powerSupplyStatusMap, &m.raidAdapterStatusMap,
-        &m.raidPhysicalDriveStatusMap, &m.raidPhysicalDriveFailureMap, &m.raidLogicalDriveStatusMap,
-        &m.drvMonComponentStatusMap, &m.voltageStatusMap, &m.memoryModuleStatusMap, &m.processorStatusMap,
-        &m.pciSlotStatusMap, &m.raidStatusMap}) {
-    for (const auto& [code, status] : *map) {
-      EXPECT_LE(status.value, STATUS_SHIELDED) << "code " << code;
-      EXPECT_FALSE(status.text.empty()) << "code " << code;
-    }
-  }
-}
-
 TEST(TextMapTest, IrregularCodesAndUnknownCodesAreRemembered) {
   TextMap m;
   const struct {
