@@ -15,28 +15,21 @@ TEST(ProfileTest, MembersTheShippedProfilesLeaveOut) {
       "ipAddresses": [{"raw": [1, 2, 3]}],
       "overrides": [{"OC": "0x0302", "ST": 12}, {"OC": 769, "OI": 5, "DA": {"RAW": [1, 2]}},
                     {"OC": "0x0301", "remove": true}]})", p, error)) << error;
-  const struct {
-    Address at;
-    const char* data;  // nullptr: unknown
-  } cases[] = {
+  const std::pair<Address, const char*> cases[] = {  // nullptr: unknown
       {{0xE108, 0, 0}, "{\"RAW\":[1,2,3]}"},
       // Overrides: no "DA" means none in the reply; "remove" makes it unknown.
       {{0x0302, 0, 0}, ""}, {{0x0301, 0, 5}, "{\"RAW\":[1,2]}"}, {{0x0301, 0, 0}, nullptr},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << std::hex << c.at.oc << "," << c.at.oe << "," << c.at.oi);
-    const AgentValue* value = p.values.Find(c.at);
-    EXPECT_EQ(value ? value->data : "<unknown>", c.data ? c.data : "<unknown>");
+  for (const auto& [at, data] : cases) {
+    const AgentValue* value = p.values.Find(at);
+    EXPECT_EQ(value ? value->data : "<unknown>", data ? data : "<unknown>") << std::hex << at.oc << "," << at.oi;
   }
   EXPECT_EQ(p.values.Find({0x0302, 0, 0})->status, 12u);
   EXPECT_EQ(p.unknownStatus, 9u);
 }
 
 TEST(ProfileTest, MistakesAreNamedWithTheirPlace) {
-  const struct {
-    const char* json;
-    const char* where;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {  // the profile, the mistake named with its place
       {"{\"fans\": [{\"rmp\": 1}]}", "fans[0]: unknown member \"rmp\""},
       {"{\"fanz\": []}", "unknown member \"fanz\""},
       {"{\"system\": {\"modelName\": \"x\"}}", "system: unknown member \"modelName\""},
@@ -54,11 +47,11 @@ TEST(ProfileTest, MistakesAreNamedWithTheirPlace) {
       {R"({"overrides":[{"OC":1,"ST":0,"answers":[{"DA":1}]}]})", "overrides[0]: \"answers\" replaces"},
       {"{", "JSON error"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [json, where] : cases) {
     Profile profile;
     std::string error;
-    EXPECT_FALSE(Profile::Parse(c.json, profile, error)) << c.json;
-    EXPECT_NE(error.find(c.where), std::string::npos) << c.json << " -> " << error;
+    EXPECT_FALSE(Profile::Parse(json, profile, error)) << json;
+    EXPECT_NE(error.find(where), std::string::npos) << json << " -> " << error;
   }
 }
 
