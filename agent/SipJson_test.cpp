@@ -41,6 +41,7 @@ TEST(SipJsonElemValue, NumbersAndStrings) {
     SipJson record;
     ASSERT_TRUE(record.ParseReply(Sip(std::string("{\"A\":") + c.first + "}")));
     EXPECT_EQ(record.GetCmdElemValue(0, "A", 99), c.second) << c.first;
+    EXPECT_EQ(record.GetCmdDataSize(0), 0u);  // no DA at all
   }
 }
 

@@ -105,14 +105,16 @@ TEST_F(CommandLineTest, NoArgumentsWritesTimestampedReportInWorkingDirectory) {
 }
 
 TEST_F(CommandLineTest, CaseInsensitiveSwitchesWriteNamedFileAndStartBrowser) {
-  // A stand-in browser opener that records its arguments.
-  const std::string opener =
-      sim_.writeFile("/fakebin/xdg-open", "#!/bin/sh\nprintf '%s|' \"$@\" >> \"" + work_ + "/opened.txt\"\n");
+  // A stand-in browser opener that records its arguments and the size of the
+  // file it was handed: the report must be complete when the browser starts.
+  const std::string opener = sim_.writeFile(
+      "/fakebin/xdg-open", "#!/bin/sh\nprintf '%s|' \"$@\" >> opened.txt\nwc -c < \"$1\" >> opened.txt\n");
   fs::permissions(opener, fs::perms::owner_all);
   EXPECT_EQ(Run({"-OUTPUT", "my report.html", "-AutoStart"}, sim_.path("/fakebin")),
             std::make_pair(0, kGenerating + Written("my report.html")));
-  EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/opened.txt"), "my report.html|");  // one quoted argument
-  EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/my report.html").rfind("<!DOCTYPE html>", 0), 0u);
+  const std::string report = ScopedSystemRoot::readFile(work_ + "/my report.html");
+  EXPECT_EQ(report.rfind("<!DOCTYPE html>", 0), 0u);
+  EXPECT_EQ(ScopedSystemRoot::readFile(work_ + "/opened.txt"), "my report.html|" + std::to_string(report.size()) + "\n");
 
   // An empty name falls back to the default one.
   EXPECT_EQ(Run({"-output", ""}).first, 0);
