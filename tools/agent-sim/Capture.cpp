@@ -17,13 +17,6 @@ namespace {
 using rapidjson::Document;
 using rapidjson::Value;
 
-std::string Compact(const Value& value) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  value.Accept(writer);
-  return buffer.GetString();
-}
-
 // The "CMD" array of a record, or nullptr.
 const Value* Commands(const Document& record) {
   if (record.HasParseError() || !record.IsObject()) return nullptr;

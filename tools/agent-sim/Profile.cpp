@@ -26,16 +26,16 @@ bool ParseUnsigned(const std::string& text, uint32_t& out) {
   return true;
 }
 
-namespace {
-
-using rapidjson::Value;
-
-std::string Compact(const Value& value) {
+std::string Compact(const rapidjson::Value& value) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   value.Accept(writer);
   return buffer.GetString();
 }
+
+namespace {
+
+using rapidjson::Value;
 
 enum class Kind { kNumber, kString };
 

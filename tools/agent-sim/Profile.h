@@ -1,5 +1,7 @@
 #pragma once
 
+#include <rapidjson/document.h>
+
 #include <string>
 #include <vector>
 
@@ -33,5 +35,8 @@ struct Profile {
 
 // "0x0301", "769" or a JSON number: value ids are easier to read in hex.
 bool ParseUnsigned(const std::string& text, uint32_t& out);
+
+// A JSON value as compact text, as profiles and captures store raw answers.
+std::string Compact(const rapidjson::Value& value);
 
 }  // namespace agentsim
