@@ -167,7 +167,7 @@ bool SipJson::SetCmdElemValue(GenericValue& cmd, const char* name, unsigned valu
 const SipJson::GenericValue* SipJson::FindCmd(int cmd) const {
   if (cmd < 0) return nullptr;
   const GenericValue* sip = FindMember(m_Doc, "SIP");
-  if (sip == nullptr || !sip->IsObject()) return nullptr;
+  if (sip == nullptr) return nullptr;
   const GenericValue* list = FindMember(*sip, "CMD");
   if (list == nullptr || !list->IsArray() || list->Size() <= static_cast<rapidjson::SizeType>(cmd)) return nullptr;
   const GenericValue& element = (*list)[static_cast<rapidjson::SizeType>(cmd)];
@@ -312,8 +312,7 @@ bool SipJson::GetCmdDataString(int cmd, std::string& out, size_t offset) const {
       if (raw == nullptr || !raw->IsArray() || raw->Size() <= offset || !(*raw)[0].IsUint()) return false;
       std::string bytes;
       bytes.reserve(raw->Size() - offset);
-      for (rapidjson::SizeType i = static_cast<rapidjson::SizeType>(offset); i < raw->Size(); ++i)
-        bytes.push_back(static_cast<char>(LowByte((*raw)[i])));
+      for (auto it = raw->Begin() + offset; it != raw->End(); ++it) bytes.push_back(static_cast<char>(LowByte(*it)));
       return CStringMapper::UTF8ToString(out, bytes.c_str());
     }
     default:
@@ -327,11 +326,9 @@ unsigned SipJson::GetCmdElemValue(int cmd, const char* name, unsigned dflt) cons
   if (member->IsNumber()) return Low32(*member);
   if (!member->IsString()) return dflt;
   const char* s = member->GetString();
-  const size_t length = std::strlen(s);
+  // A short "0x" has nothing after its marker, which reads 0 in either base.
   unsigned long value;
-  if (length < 3) {
-    value = (length == 2 && s[0] == '0') ? std::strtoul(s + 1, nullptr, 8) : std::strtoul(s, nullptr, 10);
-  } else if (s[0] != '0') {
+  if (s[0] != '0') {
     value = std::strtoul(s, nullptr, 10);
   } else if (s[1] == 'x' || s[1] == 'X') {
     value = std::strtoul(s + 2, nullptr, 16);

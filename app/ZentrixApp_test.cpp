@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -42,8 +43,14 @@ TEST(ZentrixAppTest, WritableProbeCreatesOrEmptiesTheFileAndCutsLongPaths) {
   ZentrixApp app;
   EXPECT_TRUE(app.isFileWritable(""));
 
+  // Run with standard input closed, the probe's descriptor is 0.
   const std::string fresh = dir + "/new.html";
-  ASSERT_TRUE(app.isFileWritable(fresh));
+  const int input = dup(0);
+  close(0);
+  const bool freshWritable = app.isFileWritable(fresh);
+  dup2(input, 0);
+  close(input);
+  ASSERT_TRUE(freshWritable);
   EXPECT_EQ(fs::file_size(fresh), 0u);
   const mode_t mask = umask(0);
   umask(mask);
