@@ -23,6 +23,8 @@ TEST(SipJsonRequest, GetCmdPadsAndRepairsTheList) {
   record.SetCmdIndex(2);
   EXPECT_TRUE(SipJson::SetCmdElemValue(record.GetCmd(), "OC", 5, false));
   EXPECT_EQ(record.Serialize(), Sip("{},{},{\"OC\":5}"));
+  EXPECT_TRUE(SipJson::SetCmdElemValue(record.GetCmd(), "OC", 0, true));
+  EXPECT_EQ(record.Serialize(), Sip("{},{},{}"));
   for (const char* kept : {"{\"SIP\":{\"V\":1}}", "{\"SIP\":{\"V\":1,\"CMD\":[5]}}"}) {
     SipJson repaired;
     ASSERT_TRUE(repaired.ParseReply(kept));
