@@ -25,9 +25,6 @@ std::string Event(unsigned oi) {
   return Framed(Sip("{\"OC\":4660,\"OI\":" + std::to_string(oi) + ",\"ST\":0,\"DA\":{\"RAW\":[1]}}"));
 }
 
-// A length word no event can have: the channel is reopened without reading on.
-const std::string kHugeLength = LengthWord(0xFFFFFFF0u);
-
 // Handler calls so far, counted from the event thread.
 using Calls = std::atomic<int>;
 void HandlerA(SipJson&, void* context) { ++*static_cast<Calls*>(context); }
@@ -119,7 +116,7 @@ TEST_F(EventChannelTest, CutShortFrameIsReadInPassesAndItsNumberClosedOnce) {
 // the daemon that comes back afterwards hears nothing from a freed client.
 TEST_F(EventChannelTest, DeletedClientNeverRegistersWithTheReturningDaemon) {
   ASSERT_TRUE(Start(nullptr));
-  const int fd = BreakChannel(kHugeLength);
+  const int fd = BreakChannel(LengthWord(0xFFFFFFF0u));  // no event is that long: reopened unread
   ASSERT_TRUE(WaitUntil([fd] { return IsClosed(fd); }));
   client_.reset();
   StartEventDaemon();

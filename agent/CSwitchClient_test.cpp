@@ -19,11 +19,7 @@
 namespace {
 
 SipJson& Fill(SipJson& record, unsigned oi) {
-  SipJson::GenericValue& cmd = record.GetCmd();
-  SipJson::SetCmdElemValue(cmd, "OC", 0x301, false);
-  SipJson::SetCmdElemValue(cmd, "OE", 0, true);
-  SipJson::SetCmdElemValue(cmd, "OI", oi, true);
-  SipJson::SetCmdElemValue(cmd, "CA", 0, false);
+  SipJson::SetCmdElemValue(record.GetCmd(), "OI", oi, true);
   return record;
 }
 
@@ -41,10 +37,11 @@ class SwitchClientTest : public ::testing::Test {
       return Framed(answer_(text));
     });
   }
-  void Answer(const std::string& text) {
+  void Answer(std::function<std::string(const std::string&)> answer) {
     std::lock_guard<std::mutex> lock(mutex_);
-    answer_ = [text](const std::string&) { return text; };
+    answer_ = std::move(answer);
   }
+  void Answer(const std::string& text) { Answer([text](const std::string&) { return text; }); }
 
   ScopedSystemRoot root_;
   std::mutex mutex_;
@@ -88,14 +85,11 @@ TEST_F(SwitchClientTest, RequestsReturnTheReplyStatus) {
 TEST_F(SwitchClientTest, ConcurrentRequestsDoNotInterleave) {
   CSwitchClient client;
   ASSERT_TRUE(client.Attach(nullptr));
-  {
-    // Echo the object index so each caller can check it got its own answer.
-    std::lock_guard<std::mutex> lock(mutex_);
-    answer_ = [](const std::string& text) {
-      const auto at = text.find("\"OI\":") + 5;
-      return Sip("{\"ST\":0,\"DA\":" + text.substr(at, text.find(',', at) - at) + "}");
-    };
-  }
+  // Echo the object index so each caller can check it got its own answer.
+  Answer([](const std::string& text) {
+    const auto at = text.find("\"OI\":") + 5;
+    return Sip("{\"ST\":0,\"DA\":" + text.substr(at, text.find_first_of(",}", at) - at) + "}");
+  });
   int mismatches[2] = {0, 0};
   auto worker = [&](int n) {
     for (unsigned i = 1000u * (n + 1); i < 1000u * (n + 1) + 40; ++i) {

@@ -12,9 +12,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "tests/support/TestSupport.h"
 
@@ -24,11 +24,6 @@ using Clock = std::chrono::steady_clock;
 
 // The text of the client's next frame; "<eof>" when it sent none, or a broken one.
 std::string Request(int fd) { return ReadFrame(fd).value_or("<eof>"); }
-// Takes the client's request and answers with `bytes`.
-void Answer(int fd, const std::string& bytes) {
-  Request(fd);
-  EXPECT_TRUE(WriteAll(fd, bytes));
-}
 
 // A connected socket pair whose peer end runs a script on its own thread.
 struct SocketPair {
@@ -43,18 +38,14 @@ struct SocketPair {
     close(client);
     if (peer >= 0) close(peer);
   }
-  void ClosePeer() {
-    close(peer);
-    peer = -1;
-  }
+  void ClosePeer() { close(std::exchange(peer, -1)); }
   unsigned Send(const char* request, std::string& reply, unsigned timeout = 5) {
     const unsigned rc = JsonSendRequest(client, request, reply, timeout);
     if (thread.joinable()) thread.join();
     return rc;
   }
 
-  int client = -1;
-  int peer = -1;
+  int client = -1, peer = -1;
   std::thread thread;
 };
 
@@ -68,11 +59,10 @@ void WaitUntilRead(SocketPair& pair) {
 // Plain exchanges show in the whole-run trace; a NUL inside the payload does not.
 TEST(JsonChannel, ReplyTextEndsAtTheFirstNulOrTheAnnouncedLength) {
   SocketPair pair;
-  std::string seen[2];
-  pair.thread = std::thread([&seen, fd = pair.peer] {
-    seen[0] = Request(fd);
+  pair.thread = std::thread([fd = pair.peer] {
+    EXPECT_EQ(Request(fd), "");  // empty request: a 5-byte frame the reader accepts
     EXPECT_TRUE(WriteAll(fd, LengthWord(7) + std::string("ab\0cdef", 7)));
-    seen[1] = Request(fd);
+    EXPECT_EQ(Request(fd), "");
     EXPECT_TRUE(WriteAll(fd, LengthWord(5) + "vwxyz"));
   });
   std::string reply;
@@ -80,8 +70,6 @@ TEST(JsonChannel, ReplyTextEndsAtTheFirstNulOrTheAnnouncedLength) {
   EXPECT_EQ(reply, "ab");
   EXPECT_EQ(pair.Send(nullptr, reply), kJsonOk);
   EXPECT_EQ(reply, "vwxyz");
-  EXPECT_EQ(seen[0], "");  // empty request: a 5-byte frame the reader accepts
-  EXPECT_EQ(seen[1], "");
 }
 
 // A reply in pieces arrives whole: each wait lasts the request's time-out
@@ -127,43 +115,38 @@ TEST(JsonChannel, RequestStillShortAfterTenPassesReadsTheReply) {
 }
 
 TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
+  // The peer takes the request (or only waits for it, leaving it unread so
+  // that its close resets), writes `reply`, then `late` after 2.5 s, and
+  // closes once the client has read everything.
   const struct {
     const char* name;
-    void (*peer)(SocketPair& pair);
-    unsigned expected;
-    unsigned timeout = 5;
+    bool takeRequest;
+    std::string reply, late;
+    bool close;
+    unsigned expected, timeout;
   } cases[] = {
-      {"peer hangs up instead of replying",
-       [](SocketPair& p) { Request(p.peer); shutdown(p.peer, SHUT_RDWR); }, kJsonNotReadable},
-      {"length word cut short",
-       [](SocketPair& p) { Answer(p.peer, LengthWord(9).substr(0, 2)); WaitUntilRead(p); },
-       kJsonReadFailed},
-      // Says 100 bytes, sends 6, then resets (the request is left unread).
-      {"lying length word",
-       [](SocketPair& p) {
-         struct pollfd wait = {p.peer, POLLIN, 0};
-         poll(&wait, 1, 5000);
-         EXPECT_TRUE(WriteAll(p.peer, LengthWord(100) + "{\"SIP\""));
-         WaitUntilRead(p);
-       },
-       kJsonReadFailed},
+      {"peer hangs up instead of replying", true, "", "", true, kJsonNotReadable, 5},
+      {"length word cut short", true, LengthWord(9).substr(0, 2), "", true, kJsonReadFailed, 5},
+      {"lying length word, then a reset", false, LengthWord(100) + "{\"SIP\"", "", true, kJsonReadFailed, 5},
       // The rest comes, but later than the request's time-out allows.
-      {"payload stalls past the time-out",
-       [](SocketPair& p) {
-         Answer(p.peer, LengthWord(3) + "{");
-         std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-         EXPECT_TRUE(WriteAll(p.peer, std::string("}\0", 2)));
-       },
-       kJsonReadFailed, 1},
+      {"payload stalls past the time-out", true, LengthWord(3) + "{", std::string("}\0", 2), false, kJsonReadFailed, 1},
       // 0xFFFFFFF0 + 20 wraps in 32 bits: neither a tiny buffer to overrun
       // nor a multi-gigabyte reservation.
-      {"length 0xFFFFFFF0", [](SocketPair& p) { Answer(p.peer, LengthWord(~15u) + "{}"); }, 17},
-      {"length 0x7FFFFFFF", [](SocketPair& p) { Answer(p.peer, LengthWord(~0u >> 1) + "{}"); }, 17},
+      {"length 0xFFFFFFF0", true, LengthWord(~15u) + "{}", "", false, 17, 5},
+      {"length 0x7FFFFFFF", true, LengthWord(~0u >> 1) + "{}", "", false, 17, 5},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     SocketPair pair;
-    pair.thread = std::thread([&pair, &c] { c.peer(pair); });
+    pair.thread = std::thread([&pair, &c] {
+      struct pollfd request = {pair.peer, POLLIN, 0};
+      if (c.takeRequest) Request(pair.peer);
+      else poll(&request, 1, 5000);
+      EXPECT_TRUE(WriteAll(pair.peer, c.reply));
+      if (!c.late.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+      EXPECT_TRUE(WriteAll(pair.peer, c.late));
+      if (c.close) WaitUntilRead(pair);
+    });
     std::string reply = "untouched";
     const auto start = Clock::now();
     EXPECT_EQ(pair.Send("{}", reply, c.timeout), c.expected);
@@ -171,7 +154,6 @@ TEST(JsonChannel, FailuresGiveTheirCodesAndLeaveTheReply) {
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
   }
   std::string reply = "untouched";
-  EXPECT_EQ(JsonSendRequest(-1, "{}", reply, 5), kJsonNoChannel);
   SocketPair gone;
   gone.ClosePeer();
   EXPECT_EQ(gone.Send("{}", reply), kJsonWriteFailed);
