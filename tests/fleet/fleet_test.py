@@ -7,15 +7,7 @@ the recorded runs and the index.
     fleet_test.py --zentrix BIN --agent-sim BIN --out DIR
 DIR keeps the reports for the browser test. Exit 77: no ansible-playbook."""
 
-import argparse
-import json
-import os
-import re
-import shutil
-import socket
-import subprocess
-import sys
-import time
+import argparse, json, os, re, shutil, socket, subprocess, sys, time
 
 SOURCE = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 sys.path.insert(0, os.path.join(SOURCE, "tools", "fleet-index"))
