@@ -27,11 +27,6 @@ class TestClient {
   std::string Read(size_t n, int timeoutMs) { return ReadBytes(fd_, n, timeoutMs, &closed_); }
   // The peer has closed the connection (seen by a read).
   bool Closed() const { return closed_; }
-  // True when the peer closes the connection within `timeoutMs`; what came before is dropped.
-  bool ClosedByPeer(int timeoutMs) {
-    Read(SIZE_MAX, timeoutMs);
-    return closed_;
-  }
   // One frame's text (see ::ReadFrame).
   std::optional<std::string> ReadFrame() { return ::ReadFrame(fd_); }
   // Sends `text` framed; the reply's text, or "<no frame>".

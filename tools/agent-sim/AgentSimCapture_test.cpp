@@ -158,7 +158,8 @@ TEST(AgentSimCaptureTest, EndsCleanlyWhenTheAgentGoesOrOnASignal) {
       EXPECT_TRUE(WaitUntil([&] { return !fs::exists(relay.path("/dev/omadsj")); })) << "the relay outlived the agent";
     }
     EXPECT_EQ(relay.terminate(end == End::kSigterm ? SIGTERM : SIGINT), 0);
-    EXPECT_TRUE(client.ClosedByPeer(2000));
+    client.Read(SIZE_MAX, 2000);
+    EXPECT_TRUE(client.Closed());
     agentsim::Profile profile;
     std::string error;
     ASSERT_TRUE(agentsim::Profile::Load(capture, profile, error)) << error;
