@@ -94,8 +94,6 @@ TEST_F(CommandLineTest, NoArgumentsWritesTimestampedReportInWorkingDirectory) {
   EXPECT_TRUE(IsDefaultReportName(files[0])) << files[0];
   EXPECT_EQ(run, std::make_pair(0, kGenerating + Written(files[0])));
   const std::string html = ScopedSystemRoot::readFile(work_ + "/" + files[0]);
-  EXPECT_EQ(html.rfind("<!DOCTYPE html>\n<html>\n", 0), 0u);
-  EXPECT_EQ(html.rfind("</html>"), html.size() - 7);
   // The heading's clock is read after the file name's, never earlier.
   std::string heading = html.substr(html.find("<h3>") + 4, 19);  // "YYYY-mm-dd HH:MM:SS"
   heading.erase(std::remove_if(heading.begin(), heading.end(), [](char c) { return !isdigit(c); }), heading.end());
