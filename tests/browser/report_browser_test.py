@@ -211,9 +211,7 @@ class ReportTest(unittest.TestCase):
 class IndexTest(unittest.TestCase):
     def test_order_and_links(self):
         driver.get("file://" + os.path.join(report, "index.html"))
-        hosts = js("return Array.from(document.querySelectorAll('tr[data-host]')).map(function(r){ return r.dataset.host; })")
-        self.assertEqual(["stopped", "degraded", "typical"], hosts)
-        # The stopped host has no report, so no link.
+        # The stopped host has no report, so no link (the row order is the fleet test's).
         rows = js("return Array.from(document.querySelectorAll('tr[data-host] a')).map(function(a){"
                   "  var row = a.closest('tr'); return [row.dataset.host, a.href, row.cells[3].textContent]; })")
         self.assertEqual(["degraded", "typical"], [host for host, _, _ in rows])
