@@ -2,10 +2,10 @@
 """Checks the fleet index on golden reports, then runs the collection
 playbook on three local hosts, each with its own simulated agent (typical,
 degraded, and one whose daemon is stopped), and checks the fetched reports,
-the recorded runs and the index.
+the recorded runs and the index with its links.
 
     fleet_test.py --zentrix BIN --agent-sim BIN --out DIR
-DIR keeps the reports for the browser test. Exit 77: no ansible-playbook."""
+Exit 77: no ansible-playbook."""
 
 import argparse, json, os, re, shutil, socket, subprocess, sys, time
 
@@ -56,7 +56,7 @@ def main():
     for option in ("--zentrix", "--agent-sim", "--out"):
         parser.add_argument(option, required=True, type=os.path.abspath)
     args = parser.parse_args()
-    shutil.rmtree(args.out, ignore_errors=True)  # no stale index for the browser test
+    shutil.rmtree(args.out, ignore_errors=True)  # nothing left from an earlier run
     check_index_on_goldens(os.path.join(args.out, "goldens"))
     if not shutil.which("ansible-playbook"):
         print("fleet test skipped: ansible-playbook missing (tools/install-deps.sh fleet)")
@@ -112,6 +112,10 @@ def main():
     check(worse and listed[1]["attention"] == worse and all(t in rows[1][1] for t in worse), listed[1])
     check(listed[0]["reason"] == "exit status 255: " + DOWN and DOWN in rows[0][1], listed[0])
     check(listed[2]["status"] == "normal" and not listed[2]["attention"], listed[2])
+    # A reported host's row links its fetched report, relative to the index; the stopped one has none.
+    links = {h: re.findall(r'href="([^"]+)"', row) for h, row in rows}
+    check(links["stopped"] == [] and all(len(links[h]) == 1 and os.path.dirname(links[h][0]) == h and
+                                         os.path.isfile(os.path.join(reports, links[h][0])) for h in order[1:]), links)
     print("fleet test passed")
     return 0
 
