@@ -134,38 +134,31 @@ TEST(AgentSimCaptureTest, RedactionLeavesNoIdentityInTheProfileOrItsReport) {
   }
 }
 
+// SIGTERM is the replay test's ending.
 TEST(AgentSimCaptureTest, EndsCleanlyWhenTheAgentGoesOrOnASignal) {
-  enum class End { kNoAgent, kAgentStops, kSigterm };
-  for (End end : {End::kNoAgent, End::kAgentStops, End::kSigterm}) {
-    SCOPED_TRACE(static_cast<int>(end));
-    ScopedSystemRoot scratch, relayRoot;
-    const std::string capture = scratch.path("/capture.json");
-    if (end == End::kNoAgent) {
-      const ProgramRun::Outcome run =
-          RunProgram({ZX_AGENT_SIM, "--root", relayRoot.root(), "--capture", capture, "--upstream", scratch.root()});
-      EXPECT_EQ(run.status(), 3);
-      EXPECT_NE(run.err.find(scratch.path("/dev/omadsj")), std::string::npos) << run.err;
-      EXPECT_FALSE(fs::exists(relayRoot.path("/run/agent-sim.ctl")));
-      EXPECT_FALSE(fs::exists(capture));
-      continue;
-    }
-    AgentSimulator agent;
-    AgentSimulator relay(Relay(agent, capture));
-    TestClient client(relay.path("/dev/omadsj"));
-    EXPECT_NE(client.Exchange(Sip(R"({"OC":768,"CA":0})")), "<no frame>");
-    if (end == End::kAgentStops) {
-      ASSERT_TRUE(agent.stop());
-      EXPECT_TRUE(WaitUntil([&] { return !fs::exists(relay.path("/dev/omadsj")); })) << "the relay outlived the agent";
-    }
-    EXPECT_EQ(relay.terminate(end == End::kSigterm ? SIGTERM : SIGINT), 0);
-    client.Read(SIZE_MAX, 2000);
-    EXPECT_TRUE(client.Closed());
-    agentsim::Profile profile;
-    std::string error;
-    ASSERT_TRUE(agentsim::Profile::Load(capture, profile, error)) << error;
-    ASSERT_NE(profile.values.Find({0x0300, 0, 0}), nullptr);
-    EXPECT_EQ(profile.values.Find({0x0300, 0, 0})->data, "6");
-  }
+  ScopedSystemRoot scratch, relayRoot;
+  const std::string capture = scratch.path("/capture.json");
+  const ProgramRun::Outcome run =
+      RunProgram({ZX_AGENT_SIM, "--root", relayRoot.root(), "--capture", capture, "--upstream", scratch.root()});
+  EXPECT_EQ(run.status(), 3) << "no agent to relay";
+  EXPECT_NE(run.err.find(scratch.path("/dev/omadsj")), std::string::npos) << run.err;
+  EXPECT_FALSE(fs::exists(relayRoot.path("/run/agent-sim.ctl")));
+  EXPECT_FALSE(fs::exists(capture));
+
+  AgentSimulator agent;
+  AgentSimulator relay(Relay(agent, capture));
+  TestClient client(relay.path("/dev/omadsj"));
+  EXPECT_NE(client.Exchange(Sip(R"({"OC":768,"CA":0})")), "<no frame>");
+  ASSERT_TRUE(agent.stop());
+  EXPECT_TRUE(WaitUntil([&] { return !fs::exists(relay.path("/dev/omadsj")); })) << "the relay outlived the agent";
+  EXPECT_EQ(relay.terminate(SIGINT), 0);
+  client.Read(SIZE_MAX, 2000);
+  EXPECT_TRUE(client.Closed());
+  agentsim::Profile profile;
+  std::string error;
+  ASSERT_TRUE(agentsim::Profile::Load(capture, profile, error)) << error;
+  ASSERT_NE(profile.values.Find({0x0300, 0, 0}), nullptr);
+  EXPECT_EQ(profile.values.Find({0x0300, 0, 0})->data, "6");
 }
 
 }  // namespace
