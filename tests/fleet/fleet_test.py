@@ -7,7 +7,7 @@ the recorded runs and the index with its links.
     fleet_test.py --zentrix BIN --agent-sim BIN --out DIR
 Exit 77: no ansible-playbook."""
 
-import argparse, json, os, re, shutil, socket, subprocess, sys, time
+import argparse, json, os, pathlib, re, shutil, socket, subprocess, sys, time
 
 SOURCE = os.path.realpath(os.path.join(os.path.dirname(__file__), "..", ".."))
 sys.path.insert(0, os.path.join(SOURCE, "tools", "fleet-index"))
@@ -37,15 +37,13 @@ def check_index_on_goldens(reports):
                              golden("empty")), ("d-cut", REPORT, golden("degraded")[:5000]),
                              ("e-odd", "status.json", '{"exit_status": "0"}')):
         os.makedirs(os.path.join(reports, host))
-        with open(os.path.join(reports, host, name), "w", encoding="utf-8") as out:
-            out.write(text)
+        pathlib.Path(reports, host, name).write_text(text, encoding="utf-8")
     listed = index(reports, "--prometheus", reports + "/fleet.prom")
     check([h["host"] for h in listed] == ["d-cut", "e-odd", "b-warn", "c-empty", "a-ok"], listed)
     check(listed[0]["reason"].startswith("report cannot be read: line ") and listed[0]["report"], listed[0])
     check(listed[1]["reason"].startswith("run record cannot be read"), listed[1])
     check(listed[2]["attention"] == ["Network"], listed[2])
-    with open(reports + "/fleet.prom", encoding="utf-8") as f:
-        metrics = f.read().splitlines()
+    metrics = pathlib.Path(reports, "fleet.prom").read_text(encoding="utf-8").splitlines()
     check({'zentrix_category_status{host="c-empty",category="Network"} 4', 'zentrix_exit_status{host="d-cut"} -1',
            'zentrix_category_status{host="b-warn",category="Network"} 2'} <= set(metrics) and
           sum(m.startswith("zentrix_category_status{") for m in metrics) == 18, metrics)
@@ -96,12 +94,10 @@ def main():
         for sim in sims:
             sim.terminate()
             sim.wait(timeout=10)
-    with open(os.path.join(reports, "stopped", "status.json"), encoding="utf-8") as f:
-        record = json.load(f)
+    record = json.loads(pathlib.Path(reports, "stopped", "status.json").read_text(encoding="utf-8"))
     check(record["exit_status"] == 255 and DOWN in record["stdout"] and record["report"] is None, record)
 
-    with open(os.path.join(reports, "index.html"), encoding="utf-8") as f:  # the playbook's, before --json
-        page = f.read()
+    page = pathlib.Path(reports, "index.html").read_text(encoding="utf-8")  # the playbook's, before --json
     rows = re.findall(r'<tr data-host="([^"]+)">(.*?)</tr>', page, re.S)
     check(not re.search(r'(?:src|href)="(?:[a-z]+:|/)|url\((?!data:)', page), "the index refers outside itself")
     listed = index(reports)

@@ -31,10 +31,6 @@ class TestClient {
   std::optional<std::string> ReadFrame() { return ::ReadFrame(fd_); }
   // Sends `text` framed; the reply's text, or "<no frame>".
   std::string Exchange(const std::string& text) { return Send(Framed(text)) ? ReadFrame().value_or("<no frame>") : "<no frame>"; }
-  // Registers the connection under the client name "Zx"; the reply text.
-  std::string Init(unsigned channelCode) {
-    return Exchange(Sip(R"({"OC":65440,"OE":)" + std::to_string(channelCode) + R"(,"CA":0,"DA":{"RAW":[90,120,0]}})"));
-  }
 
  private:
   int fd_;

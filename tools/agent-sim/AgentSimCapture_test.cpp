@@ -70,7 +70,7 @@ TEST(AgentSimCaptureTest, RelayedEventsReplay) {
   const std::string capture = scratch.path("/capture.json");
   auto pushed = [](AgentSimulator& source, AgentSimulator& served) {
     TestClient events(served.path("/dev/omadaj"));
-    events.Init(0x1200);
+    events.Exchange(Sip(R"({"OC":65440,"OE":4608,"CA":0,"DA":{"RAW":[90,120,0]}})"));  // an event channel
     ASSERT_TRUE(source.waitForEventChannels(1));
     ASSERT_EQ(source.query("event"), "ok sent=1");
     EXPECT_EQ(events.ReadFrame().value_or(""), Sip(R"({"OC":770,"OI":2,"CA":0,"ST":0,"DA":5580})"));
