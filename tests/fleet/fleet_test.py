@@ -59,9 +59,8 @@ def main():
     if not shutil.which("ansible-playbook"):
         print("fleet test skipped: ansible-playbook missing (tools/install-deps.sh fleet)")
         return 77
+    # The simulators make their roots.
     reports, roots = os.path.join(args.out, "reports"), {h: os.path.join(args.out, h + "-root") for h in HOSTS}
-    for root in roots.values():
-        os.makedirs(root)
     sims = [subprocess.Popen([args.agent_sim, "--root", roots[h], "--profile",
                               os.path.join(SOURCE, "tools", "agent-sim", "profiles", p + ".json")])
             for h, p in HOSTS.items()]
