@@ -66,9 +66,8 @@ class CommandLineTest : public ::testing::Test {
 
 TEST_F(CommandLineTest, HelpForEveryCommandLineThatDoesNotAddUp) {
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {"-?"}, {"foo"}, {"/?"}, {"-output"}, {"-output", "a", "b"}, {"-output", "-clearstatus"},
-           {"-clearstatus", "-clearstatus"}, {"-autostart", "-?"}, {"-verbose"},
-           {"-output", "r.html", "-Output", "s.html"}}) {
+           {"-?"}, {"foo"}, {"/?"}, {"-output"}, {"-output", "a", "b"}, {"-output", "-clearstatus"}, {"-verbose"},
+           {"-clearstatus", "-clearstatus"}, {"-autostart", "-?"}, {"-output", "r.html", "-Output", "s.html"}}) {
     SCOPED_TRACE(testing::PrintToString(args));
     EXPECT_EQ(Run(args), std::make_pair(0, kHelp));
   }

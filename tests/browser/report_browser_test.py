@@ -116,8 +116,7 @@ class ReportTest(unittest.TestCase):
         driver.get("file://" + report)
 
     def tearDown(self):  # whatever a check did, the console shows no error
-        self.log = driver.get_log("browser")
-        self.assertEqual([], [entry["message"] for entry in self.log if entry["level"] == "SEVERE"])
+        self.assertEqual([], [entry["message"] for entry in driver.get_log("browser") if entry["level"] == "SEVERE"])
 
     def test_every_section_is_closed_at_first(self):
         screenshot("browser-closed.png")
