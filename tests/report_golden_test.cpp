@@ -17,29 +17,19 @@
 
 namespace {
 
-const char kClockMask[] = "<h3>####-##-## ##:##:##</h3>";
-
-// The heading's clock is the report's only <h3>.
-std::string maskClock(const std::string& html) {
-  return std::regex_replace(html, std::regex("<h3>[^<]*</h3>"), kClockMask, std::regex_constants::format_first_only);
-}
-
 class ReportGoldenTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(ReportGoldenTest, RendersExactlyTheCheckedInReport) {
   AgentSimulator sim({GetParam(), {}, false});
-  const std::string html = maskClock(Zentrix().renderContent());
-  ASSERT_NE(std::string::npos, html.find(kClockMask));
-
+  // The heading's clock is the report's only <h3>.
+  const std::string html = std::regex_replace(Zentrix().renderContent(), std::regex("<h3>[^<]*</h3>"),
+                                              "<h3>####-##-## ##:##:##</h3>", std::regex_constants::format_first_only);
   const std::string path = std::string(ZX_SOURCE_DIR) + "/tests/golden/" + GetParam() + ".html";
-  const char* update = std::getenv("ZX_UPDATE_GOLDEN");
-  if (update != nullptr && std::string(update) == "1") {
+  if (const char* update = std::getenv("ZX_UPDATE_GOLDEN"); update != nullptr && std::string(update) == "1") {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << html;
     GTEST_SKIP() << "rewrote " << path;
   }
-  const std::string golden = ScopedSystemRoot::readFile(path);
-  ASSERT_FALSE(golden.empty()) << "no golden file " << path << " (run with ZX_UPDATE_GOLDEN=1)";
-  EXPECT_EQ(golden, html);  // multi-line texts fail with a diff
+  EXPECT_EQ(ScopedSystemRoot::readFile(path), html);  // multi-line texts fail with a diff; a missing file reads empty
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, ReportGoldenTest, ::testing::Values("typical", "empty", "degraded"),

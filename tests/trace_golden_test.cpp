@@ -122,7 +122,8 @@ TEST(TraceGoldenTest, ReportOnAnEmptyServer) {
 }
 
 // Events, frames that carry nothing, a frame cut short that runs on into the
-// next one, a daemon restart, and the stop; one watcher per level at once.
+// next one, a daemon restart, and the stop on either signal; one watcher per
+// level at once, each printing the same lines.
 TEST(TraceGoldenTest, EventSessionOfEachThread) {
   AgentSimulator sim({"empty", {}, false});
   WithoutMemoryColumn(sim);
@@ -141,12 +142,19 @@ TEST(TraceGoldenTest, EventSessionOfEachThread) {
   ASSERT_TRUE(traced("RetryCnt=1) --> continue"));
   ASSERT_TRUE(sim.control("event") && traced("Event Channel reopened on"));
   ASSERT_TRUE(sim.control("restart") && traced("reregistered on"));
-  ASSERT_TRUE(sim.control("event"));
-  for (auto& watcher : watchers) {
-    ASSERT_TRUE(WaitUntil([&] { return watcher->out().find("OC=0x2301") != std::string::npos; }));
-    kill(watcher->pid(), SIGTERM);
-    ASSERT_EQ(watcher->wait().status(), 0);
+  ASSERT_TRUE(sim.control(R"(event {"SIP":{"V":1,"CMD":[{"OC":1025,"OE":3,"CA":1,"ST":3,"DA":{"RAW":[1,2]}},)"
+                          R"({"OC":8961}]}})"));
+  // One line per event command; the frames that carried nothing print nothing.
+  const std::string printed = "OC=0x0302 OE=0x0000 OI=2 CA=0 ST=0 DA=5580\nOC=0x0401 OE=0x0003 OI=0 CA=1 ST=3 "
+                              "DA={\"RAW\":[1,2]}\nOC=0x2301 OE=0x0000 OI=0 CA=0 ST=22 DA=-\n";
+  for (size_t i = 0; i < watchers.size(); ++i) {
+    ASSERT_TRUE(WaitUntil([&] { return watchers[i]->out().find("OC=0x2301") != std::string::npos; }));
+    kill(watchers[i]->pid(), i % 2 == 0 ? SIGTERM : SIGINT);
+    const ProgramRun::Outcome done = watchers[i]->wait();
+    EXPECT_EQ(done.status(), 0);
+    EXPECT_EQ(done.out, printed);
   }
+  EXPECT_TRUE(sim.waitForEventChannels(0)) << "a channel was left open";
   ExpectGolden("trace-events.txt", Levelled(sim, false));
 }
 

@@ -7,7 +7,6 @@
 # tests' business.
 #
 #     report_browser_test.py --zentrix BIN --agent-sim BIN [--break KIND] [--screenshots DIR]
-#     report_browser_test.py --index DIR     (a fleet index: host order and links)
 #
 # --break no-script|broken-script|no-style checks a spoiled copy instead and
 # passes only when the checks that must notice that damage fail. --screenshots
@@ -15,7 +14,7 @@
 # driver, Selenium or PIL is missing.
 
 import argparse, importlib.util, io, itertools, os, pathlib, re, select, shutil, socket, subprocess, sys
-import tempfile, time, unittest, urllib.parse
+import tempfile, time, unittest
 
 CHROMIUM, CHROMEDRIVER = "/usr/bin/chromium", "/usr/bin/chromedriver"
 PROFILE = os.path.join(os.path.dirname(os.path.realpath(__file__)), "../../tools/agent-sim/profiles/degraded.json")
@@ -117,8 +116,7 @@ class ReportTest(unittest.TestCase):
         driver.get("file://" + report)
 
     def tearDown(self):  # whatever a check did, the console shows no error
-        self.log = driver.get_log("browser")
-        self.assertEqual([], [entry["message"] for entry in self.log if entry["level"] == "SEVERE"])
+        self.assertEqual([], [entry["message"] for entry in driver.get_log("browser") if entry["level"] == "SEVERE"])
 
     def test_every_section_is_closed_at_first(self):
         screenshot("browser-closed.png")
@@ -206,49 +204,24 @@ class ReportTest(unittest.TestCase):
         screenshot("browser-icons.png")
 
 
-# The fleet run's index: hosts needing attention first, and each link opens
-# the report fetched for that host, which colours the categories the index names.
-class IndexTest(unittest.TestCase):
-    def test_order_and_links(self):
-        driver.get("file://" + os.path.join(report, "index.html"))
-        hosts = js("return Array.from(document.querySelectorAll('tr[data-host]')).map(function(r){ return r.dataset.host; })")
-        self.assertEqual(["stopped", "degraded", "typical"], hosts)
-        # The stopped host has no report, so no link.
-        rows = js("return Array.from(document.querySelectorAll('tr[data-host] a')).map(function(a){"
-                  "  var row = a.closest('tr'); return [row.dataset.host, a.href, row.cells[3].textContent]; })")
-        self.assertEqual(["degraded", "typical"], [host for host, _, _ in rows])
-        for host, href, attention in rows:
-            with self.subTest(host=host):
-                driver.get(href)
-                path = urllib.parse.unquote(urllib.parse.urlparse(driver.current_url).path)
-                self.assertEqual(os.path.join(report, host), os.path.dirname(path))
-                self.assertTrue(os.path.isfile(path), path)
-                shown = js("return Array.from(document.querySelectorAll('.content-main > button.status-warning,"
-                           " .content-main > button.status-error')).map(function(b){ return b.textContent; })")
-                self.assertEqual(attention, ", ".join(shown))
-
-
 def main(argv):
     parser = argparse.ArgumentParser(description="The report as a reader sees it, in headless Chromium.")
-    for option in ("--zentrix", "--agent-sim", "--screenshots", "--index"):
-        parser.add_argument(option)
+    parser.add_argument("--zentrix", required=True)
+    parser.add_argument("--agent-sim", required=True)
+    parser.add_argument("--screenshots")
     parser.add_argument("--break", dest="damage", choices=sorted(BREAKS))
     arguments = parser.parse_args(argv)
-    if not arguments.index and not (arguments.zentrix and arguments.agent_sim):
-        parser.error("give --zentrix and --agent-sim, or --index DIR")
     missing = missing_tools()
-    if arguments.index and not os.path.isfile(os.path.join(arguments.index, "index.html")):
-        missing.append("a fleet run (no index.html in %s)" % arguments.index)
     if missing:
         print("browser test skipped: %s missing" % ", ".join(missing))
         return 77
     global driver, report, screenshots
     screenshots, workdir = arguments.screenshots, tempfile.mkdtemp(prefix="zx-browser-")
     try:
-        report = os.path.abspath(arguments.index) if arguments.index else make_report(
-            os.path.abspath(arguments.zentrix), os.path.abspath(arguments.agent_sim), workdir, arguments.damage)
+        report = make_report(os.path.abspath(arguments.zentrix), os.path.abspath(arguments.agent_sim), workdir,
+                             arguments.damage)
         driver = start_browser(workdir)
-        suite = unittest.defaultTestLoader.loadTestsFromTestCase(IndexTest if arguments.index else ReportTest)
+        suite = unittest.defaultTestLoader.loadTestsFromTestCase(ReportTest)
         result = unittest.TextTestRunner(verbosity=2, stream=sys.stdout).run(suite)
     finally:
         if driver:

@@ -11,13 +11,7 @@
 #include "tests/support/TestClient.h"
 #include "tests/support/WaitUntil.h"
 
-#ifndef ZX_AGENT_SIM
-#error "ZX_AGENT_SIM (path of the agent-sim binary) must be defined by the build"
-#endif
-
-namespace {
-constexpr int kTimeoutMs = 10000;  // bounds every wait for the simulator
-}
+static constexpr int kTimeoutMs = 10000;  // bounds every wait for the simulator
 
 // agent-sim writes one byte to the ready pipe once every socket accepts, and
 // the pipe reads as closed when it dies first (a bad profile, say).

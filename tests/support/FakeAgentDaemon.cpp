@@ -67,12 +67,9 @@ void FakeAgentDaemon::Serve() {
 // connection that ends or cannot take its reply is closed.
 void FakeAgentDaemon::Answer(int fd) {
   const std::optional<std::string> text = ReadFrame(fd);
-  if (text) {
-    std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Requests.push_back(*text);
-  }
   const std::string reply = text ? m_Handler(*text) : "";
   std::lock_guard<std::mutex> lock(m_Mutex);
+  if (text) m_Requests.push_back(*text);
   if (text && (reply.empty() || WriteAll(fd, reply))) {
     ++m_Replies;
     return;

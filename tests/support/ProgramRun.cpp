@@ -59,8 +59,7 @@ ProgramRun::ProgramRun(const std::vector<std::string>& argv, Options options)
 }
 
 ProgramRun::~ProgramRun() {
-  if (running()) kill(pid_, SIGKILL);
-  wait(0);
+  wait(0);  // kills a program still running
   close(out_);
   close(err_);
 }

@@ -12,7 +12,7 @@
 // error captured, and a time limit after which it is killed.
 //
 //   ProgramRun::Outcome done = RunProgram({ZX_ZENTRIX_BIN, "-?"});
-//   ProgramRun run({EVENT_WATCH_BIN});  ...  kill(run.pid(), SIGTERM);  run.wait().status()
+//   ProgramRun run({ZX_EVENT_WATCH_BIN});  ...  kill(run.pid(), SIGTERM);  run.wait().status()
 class ProgramRun {
  public:
   struct Options {

@@ -27,19 +27,10 @@ class TestClient {
   std::string Read(size_t n, int timeoutMs) { return ReadBytes(fd_, n, timeoutMs, &closed_); }
   // The peer has closed the connection (seen by a read).
   bool Closed() const { return closed_; }
-  // True when the peer closes the connection within `timeoutMs`; what came before is dropped.
-  bool ClosedByPeer(int timeoutMs) {
-    Read(SIZE_MAX, timeoutMs);
-    return closed_;
-  }
   // One frame's text (see ::ReadFrame).
   std::optional<std::string> ReadFrame() { return ::ReadFrame(fd_); }
   // Sends `text` framed; the reply's text, or "<no frame>".
   std::string Exchange(const std::string& text) { return Send(Framed(text)) ? ReadFrame().value_or("<no frame>") : "<no frame>"; }
-  // Registers the connection under the client name "Zx"; the reply text.
-  std::string Init(unsigned channelCode) {
-    return Exchange(Sip(R"({"OC":65440,"OE":)" + std::to_string(channelCode) + R"(,"CA":0,"DA":{"RAW":[90,120,0]}})"));
-  }
 
  private:
   int fd_;
