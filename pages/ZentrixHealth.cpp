@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "pages/PageFrame.h"
 #include "html/CollapsibleComposite.h"
@@ -22,6 +24,23 @@ std::string formatted(const char* format, double value) {
 }
 
 ComponentStatusValue asStatus(uint32_t value) { return static_cast<ComponentStatusValue>(value); }
+
+struct Row {
+  ComponentStatus status;
+  std::vector<std::string> cells;
+};
+
+// One row per index below `count`. Each `rowAt` asks the agent for the status
+// and then the cells in column order: a braced list is evaluated left to
+// right, and the agent's request log shows that order.
+template <typename RowAt>
+TableComponent* withRows(TableComponent* table, uint32_t count, RowAt rowAt) {
+  for (uint32_t i = 0; i < count; ++i) {
+    Row row = rowAt(i);
+    table->addRow(std::move(row.status), std::move(row.cells));
+  }
+  return table;
+}
 
 }  // namespace
 
@@ -177,47 +196,33 @@ void ZentrixHealth::fillSystemLog() {
 
 TableComponent* ZentrixHealth::renderCoolingDevicesTable() {
   SystemInformation& info = m_SystemInformation;
-  TableComponent* table = newTable({"Status", "Designation", "Type", "RPM"});
-  uint32_t count = info.getNumberFans();
-  for (uint32_t i = 0; i < count; ++i) {
-    ComponentStatus status = info.getFanStatus(i);
-    std::string designation = info.getFanDesignation(i);
-    std::string type = info.getFanType(i);
-    std::string speed = unsignedText(info.getCurrentFanSpeed(i));
-    table->addRow(status, {designation, type, speed});
-  }
-  return table;
+  return withRows(newTable({"Status", "Designation", "Type", "RPM"}), info.getNumberFans(), [&](uint32_t i) {
+    return Row{info.getFanStatus(i),
+               {info.getFanDesignation(i), info.getFanType(i), unsignedText(info.getCurrentFanSpeed(i))}};
+  });
 }
 
 TableComponent* ZentrixHealth::renderTemperatureTable() {
   SystemInformation& info = m_SystemInformation;
   TableComponent* table = newTable({"Status", "Designation", "Sensor Type", "Temperature (\xC2\xB0" "C)"});
-  uint32_t count = info.getNumberTempSensors();
-  for (uint32_t i = 0; i < count; ++i) {
-    ComponentStatus status = info.getTempSensorStatus(i);
-    std::string designation = info.getTempSensorDesignation(i);
-    std::string type = info.getTempSensorType(i);
-    std::string temperature = unsignedText(info.getCurrentTemperature(i));
-    table->addRow(status, {designation, type, temperature});
-  }
-  return table;
+  return withRows(table, info.getNumberTempSensors(), [&](uint32_t i) {
+    return Row{info.getTempSensorStatus(i), {info.getTempSensorDesignation(i), info.getTempSensorType(i),
+                                             unsignedText(info.getCurrentTemperature(i))}};
+  });
 }
 
 TableComponent* ZentrixHealth::renderPowerSuppliesTable() {
   SystemInformation& info = m_SystemInformation;
   TableComponent* table = newTable({"Status", "Designation", "Nominal Power (W)", "Current Power (W)"});
-  uint32_t count = info.getNumberPowerSupplies();
-  for (uint32_t i = 0; i < count; ++i) {
+  return withRows(table, info.getNumberPowerSupplies(), [&](uint32_t i) {
     // The row shows the temperature sensor of the same index: that is what
     // the report has always shown for a supply.
-    ComponentStatus status = info.getTempSensorStatus(i);
-    std::string designation = info.getPowerSupplyDesignation(i);
+    Row row{info.getTempSensorStatus(i), {info.getPowerSupplyDesignation(i)}};
     unsigned int watts = 0;
-    std::string nominal = info.tryGetPowerSupplyNominalPower(watts, i) ? unsignedText(watts) : "N/A";
-    std::string current = info.tryGetPowerSupplyCurrentPower(watts, i) ? unsignedText(watts) : "N/A";
-    table->addRow(status, {designation, nominal, current});
-  }
-  return table;
+    row.cells.push_back(info.tryGetPowerSupplyNominalPower(watts, i) ? unsignedText(watts) : "N/A");
+    row.cells.push_back(info.tryGetPowerSupplyCurrentPower(watts, i) ? unsignedText(watts) : "N/A");
+    return row;
+  });
 }
 
 TableComponent* ZentrixHealth::renderOVRaidVersionTable() {
@@ -233,14 +238,9 @@ TableComponent* ZentrixHealth::renderOVRaidVersionTable() {
 
 TableComponent* ZentrixHealth::renderRaidAdaptersTable() {
   SystemInformation& info = m_SystemInformation;
-  TableComponent* table = newTable({"Status", "ID", "Designation"});
-  uint32_t adapters = info.getNumberRaidAdapters();
-  for (uint32_t a = 0; a < adapters; ++a) {
-    ComponentStatus status = info.getRaidAdapterStatus(a);
-    std::string designation = info.getRaidAdapterDesignation(a);
-    table->addRow(status, {unsignedText(a), designation});
-  }
-  return table;
+  return withRows(newTable({"Status", "ID", "Designation"}), info.getNumberRaidAdapters(), [&](uint32_t a) {
+    return Row{info.getRaidAdapterStatus(a), {unsignedText(a), info.getRaidAdapterDesignation(a)}};
+  });
 }
 
 TableComponent* ZentrixHealth::renderRaidLogicalDrivesTable() {
@@ -248,14 +248,11 @@ TableComponent* ZentrixHealth::renderRaidLogicalDrivesTable() {
   TableComponent* table = newTable({"Status", "Adapter ID", "Designation", "RAID Level", "Size (GByte)"});
   uint32_t adapters = info.getNumberRaidAdapters();
   for (uint32_t a = 0; a < adapters; ++a) {
-    uint32_t drives = info.getNumberRaidLogicalDrives(a);
-    for (uint32_t d = 0; d < drives; ++d) {
-      ComponentStatus status = info.getRaidLogicalDriveStatus(a, d);
-      std::string designation = info.getRaidLogicalDriveDesignation(a, d);
-      std::string level = info.getRaidLogicalDriveLevel(a, d);
-      std::string size = driveGigabytesText(info.getRaidLogicalDriveSize(a, d));
-      table->addRow(status, {unsignedText(a), designation, level, size});
-    }
+    withRows(table, info.getNumberRaidLogicalDrives(a), [&](uint32_t d) {
+      return Row{info.getRaidLogicalDriveStatus(a, d),
+                 {unsignedText(a), info.getRaidLogicalDriveDesignation(a, d), info.getRaidLogicalDriveLevel(a, d),
+                  driveGigabytesText(info.getRaidLogicalDriveSize(a, d))}};
+    });
   }
   return table;
 }
@@ -266,15 +263,12 @@ TableComponent* ZentrixHealth::renderRaidPhysicalDrivesTable() {
       newTable({"Status", "Adapter ID", "S.M.A.R.T", "Designation", "Interface", "Size (GByte)"});
   uint32_t adapters = info.getNumberRaidAdapters();
   for (uint32_t a = 0; a < adapters; ++a) {
-    uint32_t drives = info.getNumberRaidPhysicalDrives(a);
-    for (uint32_t d = 0; d < drives; ++d) {
-      ComponentStatus status = info.getRaidPhysicalDriveStatus(a, d);
-      std::string smart = info.getRaidPhysicalDriveSmartStatus(a, d);
-      std::string designation = info.getRaidPhysicalDriveDesignation(a, d);
-      std::string interface = info.getRaidPhysicalDriveInterface(a, d);
-      std::string size = driveGigabytesText(info.getRaidPhysicalDriveSize(a, d));
-      table->addRow(status, {unsignedText(a), smart, designation, interface, size});
-    }
+    withRows(table, info.getNumberRaidPhysicalDrives(a), [&](uint32_t d) {
+      return Row{info.getRaidPhysicalDriveStatus(a, d),
+                 {unsignedText(a), info.getRaidPhysicalDriveSmartStatus(a, d),
+                  info.getRaidPhysicalDriveDesignation(a, d), info.getRaidPhysicalDriveInterface(a, d),
+                  driveGigabytesText(info.getRaidPhysicalDriveSize(a, d))}};
+    });
   }
   return table;
 }
@@ -282,54 +276,39 @@ TableComponent* ZentrixHealth::renderRaidPhysicalDrivesTable() {
 TableComponent* ZentrixHealth::renderVoltagesTable() {
   SystemInformation& info = m_SystemInformation;
   TableComponent* table = newTable({"Status", "Designation", "Current (V)", "Minimum (V)", "Maximum (V)"});
-  uint32_t count = info.getNumberVoltages();
-  for (uint32_t i = 0; i < count; ++i) {
-    ComponentStatus status = info.getVoltageStatus(i);
-    std::string designation = info.getVoltageDesignation(i);
-    std::string current = formatted("%.2f", info.getCurrentVoltage(i) / 100.0);
+  return withRows(table, info.getNumberVoltages(), [&](uint32_t i) {
+    Row row{info.getVoltageStatus(i),
+            {info.getVoltageDesignation(i), formatted("%.2f", info.getCurrentVoltage(i) / 100.0)}};
     uint32_t thresholds = info.getVoltageThresholds(i);
-    table->addRow(status, {designation, current, lowerThresholdText(thresholds), upperThresholdText(thresholds)});
-  }
-  return table;
+    row.cells.insert(row.cells.end(), {lowerThresholdText(thresholds), upperThresholdText(thresholds)});
+    return row;
+  });
 }
 
 TableComponent* ZentrixHealth::renderMemoryModulesTable() {
   SystemInformation& info = m_SystemInformation;
   TableComponent* table = newTable({"Status", "Socket", "Size (GByte)", "Type"});
-  uint32_t count = info.getNumberMemoryModules();
-  for (uint32_t i = 0; i < count; ++i) {
-    ComponentStatus status = info.getMemoryModuleStatus(i);
-    std::string socket = info.getMemoryModuleSocket(i);
-    std::string size = memoryGigabytesText(info.getMemoryModuleSize(i));
-    std::string type = info.getMemoryModuleType(i);
-    table->addRow(status, {socket, size, type});
-  }
-  return table;
+  return withRows(table, info.getNumberMemoryModules(), [&](uint32_t i) {
+    return Row{info.getMemoryModuleStatus(i), {info.getMemoryModuleSocket(i),
+                                               memoryGigabytesText(info.getMemoryModuleSize(i)),
+                                               info.getMemoryModuleType(i)}};
+  });
 }
 
 TableComponent* ZentrixHealth::renderProcessorsTable() {
   SystemInformation& info = m_SystemInformation;
   TableComponent* table = newTable({"Status", "Socket", "Type", "Frequence (GHz)"});
-  uint32_t count = info.getNumberProcessors();
-  for (uint32_t i = 0; i < count; ++i) {
-    ComponentStatus status = info.getProcessorStatus(i);
-    std::string socket = info.getProcessorSocket(i);
-    std::string type = info.getProcessorType(i);
-    std::string frequency = gigahertzText(info.getProcessorFrequency(i));
-    table->addRow(status, {socket, type, frequency});
-  }
-  return table;
+  return withRows(table, info.getNumberProcessors(), [&](uint32_t i) {
+    return Row{info.getProcessorStatus(i), {info.getProcessorSocket(i), info.getProcessorType(i),
+                                            gigahertzText(info.getProcessorFrequency(i))}};
+  });
 }
 
 TableComponent* ZentrixHealth::renderPciSlotsTable() {
   SystemInformation& info = m_SystemInformation;
-  TableComponent* table = newTable({"Status", "Designation"});
-  uint32_t count = info.getNumberPciSlots();
-  for (uint32_t i = 0; i < count; ++i) {
-    ComponentStatus status = info.getPciSlotStatus(i);
-    table->addRow(status, {info.getPciSlotDesignation(i)});
-  }
-  return table;
+  return withRows(newTable({"Status", "Designation"}), info.getNumberPciSlots(), [&](uint32_t i) {
+    return Row{info.getPciSlotStatus(i), {info.getPciSlotDesignation(i)}};
+  });
 }
 
 TableComponent* ZentrixHealth::renderDrvMonComponentTable(unsigned char componentClass) {
