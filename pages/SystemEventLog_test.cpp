@@ -1,8 +1,7 @@
 #include "pages/SystemEventLog.h"
 
-#include <unistd.h>
-
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -105,18 +104,22 @@ TEST(EventLogRowsTest, RowsInBlockOrderUntilARecordIsInconsistent) {
   }
 }
 
+// A message file that does not parse counts as missing and leaves no half
+// document; the wrapper's text form, which the loader never uses, reads a
+// text and empties the document without one.
 TEST(EventLogMessageFileTest, WorkingDirectoryFirstThenTheRegisteredProgramDirectory) {
   ScopedSystemRoot root;
-  char buffer[4096];
-  ASSERT_NE(nullptr, getcwd(buffer, sizeof buffer));
-  const std::string oldDir = buffer;
-  ASSERT_EQ(0, chdir(root.makeDirs("/work").c_str()));
+  const std::filesystem::path oldDir = std::filesystem::current_path();
+  std::filesystem::current_path(root.makeDirs("/work"));
   root.writeFile("/etc/orvmon/registry",
                  "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n[Tarnwell]\n[Management]\n[Server Control]\n[Setup]\n"
                  "BinRoot=s=" + root.makeDirs("/opt/suite/bin") + "/\n\n\n\n\n\n\n");
   CRegistry::SetupTree(true);
   CMarkup messages;
   EXPECT_FALSE(SystemEventLog::loadMessageFile(messages));
+  root.writeFile("/opt/suite/bin/ERRMSG.XML", "<Installed><Msg></Installed>");
+  EXPECT_FALSE(SystemEventLog::loadMessageFile(messages));
+  EXPECT_TRUE(messages.IsEmpty());
   root.writeFile("/opt/suite/bin/ERRMSG.XML", "<Installed/>");
   EXPECT_TRUE(SystemEventLog::loadMessageFile(messages));
   EXPECT_EQ("Installed", messages.GetRootName());
@@ -126,7 +129,11 @@ TEST(EventLogMessageFileTest, WorkingDirectoryFirstThenTheRegisteredProgramDirec
   root.writeFile("/work/ERRMSG.XML", "<Broken>");
   EXPECT_TRUE(SystemEventLog::loadMessageFile(messages));
   EXPECT_EQ("Installed", messages.GetRootName()) << "an unreadable local file falls through";
-  ASSERT_EQ(0, chdir(oldDir.c_str()));
+  std::filesystem::current_path(oldDir);
+  EXPECT_TRUE(messages.SetDoc("<a><b/></a>"));
+  EXPECT_EQ("a", messages.GetRootName());
+  EXPECT_TRUE(messages.SetDoc());
+  EXPECT_TRUE(messages.IsEmpty());
 }
 
 }  // namespace
