@@ -27,7 +27,8 @@ Bytes record(unsigned severity, uint16_t code, int32_t time, const std::string& 
   put(3, severity, 1);
   put(4, code, 2);
   put(8, static_cast<uint32_t>(time), 4);
-  bytes.insert(bytes.end(), message.c_str(), message.c_str() + message.size() + 1);  // with its NUL
+  for (char c : message) bytes.push_back(static_cast<unsigned char>(c));
+  bytes.push_back('\0');
   return bytes;
 }
 
