@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 TEST(DurationTextTest, DaysHoursMinutesWithTheReportsOwnWording) {
   const std::pair<unsigned, const char*> cases[] = {
       {90061, "1 days 1 hours 1 minutes"}, {86400, "1 days "},   {59, ""},           {3600, "1 hours "},
@@ -13,5 +11,3 @@ TEST(DurationTextTest, DaysHoursMinutesWithTheReportsOwnWording) {
       {4294967295u, "49710 days 6 hours 28 minutes"}};
   for (const auto& c : cases) EXPECT_EQ(c.second, ZentrixInformation::secondsToDaysHoursMinutes(c.first)) << c.first;
 }
-
-}  // namespace

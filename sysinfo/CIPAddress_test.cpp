@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 TEST(CIPAddressTest, HandBuiltIPv6TextKeepsItsOwnSpelling) {
   // No compression of zero runs; a low byte is padded only when both bytes
   // of its group are non-zero, so 0x0100 reads "10".
@@ -15,5 +13,3 @@ TEST(CIPAddressTest, HandBuiltIPv6TextKeepsItsOwnSpelling) {
   };
   for (const auto& c : cases) EXPECT_EQ(CIPAddress::handBuiltIPv6Text(c.bytes), c.text);
 }
-
-}  // namespace

@@ -31,8 +31,6 @@ const char* const kServerProfile = R"({"cabinet": 7,
     {"OC": "0x0B10", "OI": 2, "DA": {"RAW": []}}, {"OC": "0x0B10", "OI": 3, "ST": 12, "DA": {"RAW": [9]}},
     {"OC": "0x0B10", "OI": 4, "DA": {"BYTES": [9]}}]})";
 
-using Lines = std::vector<std::string>;
-
 // A getter call, what it returned and what was expected, both printed by
 // gtest; the expectation is converted to the getter's own return type.
 struct Row {
@@ -128,7 +126,7 @@ TEST(SystemInformationTest, MissingValuesTypeMismatchesAndNonZeroStatusesFail) {
               // Plain replies still work after failures on the shared record.
               ROW(getNumberMemoryModules(), 3), ROW(getMemoryModuleSocket(0), "DIMM"),
               // An address of no known length reads as empty; an unknown slot is left out.
-              ROW(getIpAddresses(), Lines{""})});
+              ROW(getIpAddresses(), std::vector<std::string>{""})});
   unsigned int value = 99;
   EXPECT_FALSE(info.tryGetPowerSupplyCurrentPower(value, 0));
   EXPECT_EQ(value, 99u);

@@ -4,8 +4,6 @@
 
 #include "sysinfo/ComponentStatusPrinter.h"
 
-namespace {
-
 using CS = ComponentStatus;
 
 TEST(TextMapTest, IrregularCodesAndUnknownCodesAreRemembered) {
@@ -33,5 +31,3 @@ TEST(TextMapTest, IrregularCodesAndUnknownCodesAreRemembered) {
   EXPECT_EQ(TextMap::lookup(m.fanTypeMap, 0xFFFFFFFFu), "");
   EXPECT_EQ(m.fanTypeMap.count(0xFFFFFFFFu), 1u);
 }
-
-}  // namespace
