@@ -35,8 +35,8 @@ TEST(CCmdLineTTest, SwitchesTakeTheirValues) {
   } cases[] = {
       // Names fold to upper case, values keep theirs; a switch before a switch or at the end has no value.
       {{"Zentrix", "-Output", "Report.HTML", "-AutoStart", "-?"}, "?=;AUTOSTART=;OUTPUT=Report.HTML;"},
-      // "-5" is a value; "/?" and a lone "-" are no switches; a null token is skipped.
-      {{"Zentrix", "-output", "-5", "/?", "-", nullptr, "-clearstatus", "-x1"}, "CLEARSTATUS=;OUTPUT=-5,/?,-;X1=;"},
+      // "-5" is a value; "/?" and a lone "-" are no switches; a null token is no value and is skipped.
+      {{"Zentrix", "-output", "-5", "/?", "-", "-clearstatus", nullptr, "-x1"}, "CLEARSTATUS=;OUTPUT=-5,/?,-;X1=;"},
       // An empty argument is consumed but not stored; the next loose token joins.
       {{"Zentrix", "-output", "", "b"}, "OUTPUT=b;"},
       {{"Zentrix", "-output", "a", "-autostart", "b", "c"}, "AUTOSTART=b,c;OUTPUT=a;"},
