@@ -55,7 +55,6 @@ TEST(SystemInformationTest, GettersReadTheirAddressesAndDecodeTheReplies) {
   ExpectRows({
       ROW(getCabinetNumber(), 7), ROW(getOVRaidSystemVersion(0xAA03), "7.1"),
       ROW(getCurrentPowerConsumption(), "210 W"), ROW(getMaximumPowerConsumption(), "800 W"),
-      ROW(getIpAddresses(), {"192.168.1.10", "fe80::21a:2bff:fe3c:4d5e"}),  // keeps the object index 0 of the last read
       ROW(getPowerSupplyStatus(0), CS(STATUS_WARNING, "AC Failure")),
       ROW(getPowerSupplyStatus(1), CS(STATUS_NOT_PRESENT, "Not Present")),
       // Thresholds take exactly a 4-byte block (a number counts as its bytes).
