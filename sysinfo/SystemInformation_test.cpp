@@ -12,9 +12,10 @@
 namespace {
 
 // A server with what the rendered-report tests do not reach: a second RAID
-// adapter (so drive reads carry a sub-index), negative voltage limits,
-// Driver Monitor components of two classes, and odd threshold and stream
-// blocks (overrides). The overall statuses are the health page test's.
+// adapter (so drive reads carry a sub-index), negative voltage limits, and
+// odd threshold and stream blocks (overrides). The overall statuses are the
+// health page test's; Driver Monitor classes and addresses are the golden
+// reports'.
 const char* const kServerProfile = R"({"cabinet": 7,
   "system": {"hostName": "host1", "currentPowerConsumption": "210 W", "maximumPowerConsumption": "800 W"},
   "powerSupplies": [{"status": 10, "currentWatts": 180, "nominalWatts": 800}, {"status": 0}],
@@ -22,7 +23,6 @@ const char* const kServerProfile = R"({"cabinet": 7,
   "memoryModules": [{"type": "DDR5", "subtype": "RDIMM"}, {}],
   "raid": {"version": "7.1", "adapters": [{}, {"logicalDrives": [{"sizeMB": 1000}],
     "physicalDrives": [{}, {"designation": "PD1"}]}]},
-  "driverMonitor": [{"class": 2, "status": 3}, {"class": 5}, {"class": 2, "status": 2}],
   "ipAddresses": ["192.168.1.10", "fe80::21a:2bff:fe3c:4d5e"],
   "overrides": [
     {"OC": "0x0523", "OI": 2, "DA": {"RAW": [1, 2, 3]}}, {"OC": "0x0523", "OI": 3, "DA": {"RAW": [1, 2, 3, 4, 5]}},
@@ -63,8 +63,6 @@ TEST(SystemInformationTest, GettersReadTheirAddressesAndDecodeTheReplies) {
       ROW(getVoltageThresholds(5), 305419896), ROW(getMemoryModuleType(0), "DDR5 RDIMM"),
       ROW(getMemoryModuleType(1), " "), ROW(getNumberRaidPhysicalDrives(0), 0), ROW(getNumberRaidPhysicalDrives(1), 2),
       ROW(getRaidPhysicalDriveDesignation(1, 1), "PD1"), ROW(getRaidLogicalDriveSize(1, 0), 1000),
-      ROW(getDrvMonComponentIndexes(2), {0, 2}), ROW(getDrvMonComponentIndexes(5), {1}),
-      ROW(getDrvMonComponentIndexes(7), std::vector<unsigned>()),
   });
 }
 
