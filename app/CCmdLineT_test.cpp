@@ -13,12 +13,9 @@ using CmdLine = CCmdLineT<std::string>;
 // Splits `args` (a null entry stays a null pointer) after the program name
 // and returns the switch table as "NAME=value,value;..." in table order.
 std::string Split(CmdLine& cmd, std::vector<const char*> args, bool caseInsensitive = true) {
-  std::vector<std::string> storage;
-  for (const char* a : args) storage.push_back(a ? a : "");
-  std::vector<char*> argv;
-  for (size_t i = 0; i < args.size(); ++i) argv.push_back(args[i] ? &storage[i][0] : nullptr);
-  argv.push_back(nullptr);
-  const int count = cmd.SplitLine(static_cast<int>(args.size()), argv.data(), caseInsensitive);
+  const int argc = static_cast<int>(args.size());
+  args.push_back(nullptr);  // SplitLine only reads the tokens
+  const int count = cmd.SplitLine(argc, const_cast<char**>(args.data()), caseInsensitive);
   EXPECT_EQ(count, std::distance(cmd.begin(), cmd.end()));
   std::string table;
   for (const auto& [name, param] : cmd) {
@@ -31,27 +28,19 @@ std::string Split(CmdLine& cmd, std::vector<const char*> args, bool caseInsensit
 
 }  // namespace
 
+// Folded names, values that keep their case, a switch before a switch or at
+// the end, and loose tokens before any switch are the whole-program tests'
+// (command lines that write a report or show the help).
 TEST(CCmdLineTTest, SwitchesTakeTheirValues) {
-  const struct {
-    std::vector<const char*> args;
-    const char* table;
-  } cases[] = {
-      // Names fold to upper case, values keep theirs.
-      {{"Zentrix", "-Output", "Report.HTML", "-AutoStart"}, "AUTOSTART=;OUTPUT=Report.HTML;"},
-      // "-5" is a value; "/?" and a lone "-" are no switches; a null token is skipped.
-      {{"Zentrix", "-output", "-5", "/?", "-", nullptr, "-clearstatus", "-x1"}, "CLEARSTATUS=;OUTPUT=-5,/?,-;X1=;"},
-      {{"Zentrix", "/?"}, ""},
-      {{"Zentrix", "-?"}, "?=;"},
-      {{"Zentrix", "-output"}, "OUTPUT=;"},
-      {{"Zentrix", "-output", "-clearstatus"}, "CLEARSTATUS=;OUTPUT=;"},
+  const struct { std::vector<const char*> args; const char* table; } cases[] = {
+      // "-5" is a value; "/?" and a lone "-" are no switches; a null token is no value and is skipped.
+      {{"Zentrix", "-output", "-5", "/?", "-", "-clearstatus", nullptr, "-x1"}, "CLEARSTATUS=;OUTPUT=-5,/?,-;X1=;"},
       // An empty argument is consumed but not stored; the next loose token joins.
       {{"Zentrix", "-output", "", "b"}, "OUTPUT=b;"},
       {{"Zentrix", "-output", "a", "-autostart", "b", "c"}, "AUTOSTART=b,c;OUTPUT=a;"},
       // A repeated switch keeps its first value; later loose tokens still join it.
       {{"Zentrix", "-output", "first", "-OUTPUT", "second", "third"}, "OUTPUT=first,third;"},
-      {{"Zentrix", "foo", "bar"}, ""},
       {{nullptr, "-a"}, "A=;"},
-      {{"Zentrix"}, ""},
   };
   for (size_t i = 0; i < std::size(cases); ++i) {
     CmdLine cmd("-", true);

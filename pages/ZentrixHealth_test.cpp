@@ -1,13 +1,12 @@
 #include "pages/ZentrixHealth.h"
 
 #include <iterator>
+#include <regex>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "tests/support/TestSupport.h"
-
-namespace {
 
 // The profile keys of the overall statuses the section headings show, in page
 // order ("raid" stands for the RAID system's own status).
@@ -37,16 +36,11 @@ TEST(HealthPageTest, EachHeadingShowsItsOwnOverallStatusAndOnlyANormalRaidIsRefr
     const std::string html = ZentrixHealth().renderContent();
 
     std::string shown;
-    const std::string heading = "class=\"collapsible title-text";
-    for (size_t at = html.find(heading); at != std::string::npos; at = html.find(heading, at + 1)) {
-      const size_t begin = at + heading.size();
-      shown += html.substr(begin, html.find("\">", begin) - begin) + "|";
-    }
+    const std::regex heading("class=\"collapsible title-text([^\"]*)\"");
+    for (std::sregex_iterator m(html.begin(), html.end(), heading), end; m != end; ++m) shown += (*m)[1].str() + "|";
     EXPECT_EQ(expected, shown) << "RAID status " << raid;
     size_t refreshes = 0;
     for (const std::string& request : sim.requests()) refreshes += request.find("\"OC\":8671") != std::string::npos;
     EXPECT_EQ(raid == STATUS_NORMAL ? 1u : 0u, refreshes) << "RAID status " << raid;
   }
 }
-
-}  // namespace

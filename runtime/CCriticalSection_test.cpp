@@ -7,8 +7,6 @@
 #include <mutex>
 #include <thread>
 
-namespace {
-
 TEST(CCriticalSectionTest, RecursiveLockOpensOnlyAtItsOwnersLastLeave) {
   CCriticalSection lock;
   ASSERT_TRUE(lock.IsValid());
@@ -30,5 +28,3 @@ TEST(CCriticalSectionTest, RecursiveLockOpensOnlyAtItsOwnersLastLeave) {
   EXPECT_TRUE(acquired);
   EXPECT_FALSE(lock.IsHeldByCaller());
 }
-
-}  // namespace

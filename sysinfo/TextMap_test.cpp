@@ -4,26 +4,17 @@
 
 #include "sysinfo/ComponentStatusPrinter.h"
 
-namespace {
-
 using CS = ComponentStatus;
 
+// The irregular entries the golden reports show ("Unknow", an "OK" that warns)
+// are pinned there.
 TEST(TextMapTest, IrregularCodesAndUnknownCodesAreRemembered) {
   TextMap m;
-  const struct {
-    TextMap::StatusMap* map;
-    unsigned code;
-    CS expected;
-    bool unknown;  // inserted with the default on the first lookup
-  } cases[] = {
-      {&m.fanStatusMap, 7, CS(), true},
+  // An unknown code is inserted with the default on its first lookup.
+  const struct { TextMap::StatusMap* map; unsigned code; CS expected; bool unknown; } cases[] = {
+      {&m.fanStatusMap, 7, CS(), true}, {&m.pciSlotStatusMap, 129, CS(), true},
       {&m.tempSensorStatusMap, 2, CS(), true},  // missing on purpose between 1 and 3
-      {&m.tempSensorStatusMap, 7, CS(STATUS_WARNING, "Warning"), false},
-      {&m.pciSlotStatusMap, 128, CS(STATUS_WARNING, "OK"), false},
-      {&m.pciSlotStatusMap, 129, CS(), true},
       {&m.raidPhysicalDriveStatusMap, 14, CS(STATUS_SHIELDED, "Shielded"), false},
-      {&m.raidAdapterStatusMap, 255, CS(STATUS_ERROR, "Unknow"), false},
-      {&m.raidStatusMap, 0, CS(STATUS_UNKNOWN, "Unknown"), false},
       {&m.powerSupplyStatusMap, 10, CS(STATUS_WARNING, "AC Failure"), false},
   };
   for (const auto& c : cases) {
@@ -38,5 +29,3 @@ TEST(TextMapTest, IrregularCodesAndUnknownCodesAreRemembered) {
   EXPECT_EQ(TextMap::lookup(m.fanTypeMap, 0xFFFFFFFFu), "");
   EXPECT_EQ(m.fanTypeMap.count(0xFFFFFFFFu), 1u);
 }
-
-}  // namespace
